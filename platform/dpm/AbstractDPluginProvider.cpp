@@ -1,0 +1,3 @@
+#include "dpm/AbstractDPluginProvider.h"
+
+AbstractDPluginProvider::~AbstractDPluginProvider() = default;
