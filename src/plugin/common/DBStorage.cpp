@@ -1,0 +1,204 @@
+#include "common/DBStorage.h"
+
+#include <klay/Exception.h>
+#include <klay/database/Statement.h>
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "common/FileHelper.h"
+
+namespace zav::common {
+namespace {
+
+const char* const kDirectory = "/opt/data/dpm/dplugins/zav-pyx-plugin";
+const char* const kDatabase = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db";
+const char* const kBackup = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak";
+const char* const kJournal = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db-journal";
+
+// SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
+constexpr int kOpenFlags = 6;
+constexpr bool kCheckAtOpening = true;
+
+// The runs of blanks are part of the schema text that stands in every device's database.
+constexpr std::string_view kColumns =
+    " (name        TEXT NOT NULL,                                 value       TEXT,                                  "
+    "        PRIMARY KEY (name) ON CONFLICT REPLACE)";
+static_assert(kColumns.size() == 159);
+
+using klay::database::Connection;
+using klay::database::Statement;
+
+/// What an SQL failure of a read or a write means: a missing table is told by the engine's text alone.
+int TableFailure(const LogSite& site, const Component& component, const char* before, const std::string& name,
+                 const char* after, std::string_view reason) {
+  if (reason.find("no such table") != std::string_view::npos) {
+    LogLine(Priority::kWarning, site, "Table ", ComponentName(component), " is not created yet");
+    return kStorageNoTable;
+  }
+  LogLine(Priority::kError, site, before, name, after, reason);
+  return kStorageFailure;
+}
+
+}  // namespace
+
+/// The frame of every operation on an open connection: refuses without one, and turns what the database library throws
+/// into a line and a code. `report` gets the library's text and returns the code.
+template <class Work, class Report>
+int DBStorage::Guarded(const LogSite& site, const char* unknownFailure, Work work, Report report) {
+  if (!handler) {
+    LogLine(Priority::kError, site, "Storage handler was not initialized");
+    return kStorageFailure;
+  }
+  try {
+    return work();
+  } catch (const klay::Exception& exception) {
+    return report(exception.what());
+  } catch (...) {
+    LogLine(Priority::kError, site, unknownFailure);
+    return kStorageFailure;
+  }
+}
+
+void DBStorage::InitHandler() {
+  if (handler) return;
+  if (FileHelper().createDirectory(kDirectory) != 0) return;
+  try {
+    handler.reset(new (std::nothrow) Connection(kDatabase, kOpenFlags, kCheckAtOpening));
+  } catch (const klay::Exception& exception) {
+    LOG_ERROR("Failed to initialize handler: ", exception.what());
+  } catch (...) {
+    LOG_ERROR("Failed to initialize handler with unknown reason");
+  }
+}
+
+void DBStorage::Reset() {
+  handler.reset();
+  InitHandler();
+}
+
+int DBStorage::RestoreBackup() {
+  handler.reset();
+  FileHelper files;
+  files.deleteFile(kDatabase);
+  // A journal that the old file left would be rolled into the new one.
+  files.discardFile(kJournal);
+  if (files.copyFile(kBackup, kDatabase) != 0) {
+    LOG_WARNING("Failed to restore backup");
+    return kStorageFailure;
+  }
+  InitHandler();
+  return kStorageOk;
+}
+
+int DBStorage::CreateTable(const Component& component) {
+  const LogSite site = LOG_SITE;
+  return Guarded(
+      site, "Failed to create table, with unknown reason",
+      [&] {
+        Statement(*handler, "CREATE TABLE IF NOT EXISTS " + ComponentName(component) + std::string(kColumns)).exec();
+        return kStorageOk;
+      },
+      [&](const char* reason) {
+        LogLine(Priority::kError, site, "Failed to create table: ", reason);
+        return kStorageFailure;
+      });
+}
+
+int DBStorage::CheckTables() {
+  const LogSite site = LOG_SITE;
+  const auto check = [&]() -> int {
+    std::vector<Component> missing{PYXPlugin};
+    {
+      Statement tables(*handler, "SELECT name FROM sqlite_master WHERE type = ?");
+      tables.bind(1, "table");
+      while (tables.step()) {
+        const std::string table = tables.getColumn(0).getText();
+        const auto found =
+            std::find_if(missing.begin(), missing.end(), [&](Component each) { return ComponentName(each) == table; });
+        if (found == missing.end()) continue;
+        LogLine(Priority::kDebug, site, "Table [", table, "] is present");
+        missing.erase(found);
+      }
+    }
+    if (missing.empty()) return kStorageOk;
+    const bool created =
+        std::all_of(missing.begin(), missing.end(), [&](Component each) { return CreateTable(each) == kStorageOk; });
+    return created ? kStorageNoTable : kStorageFailure;
+  };
+  return Guarded(site, "Failed to check tables, with unknown reason", check, [&](const char* reason) {
+    LogLine(Priority::kError, site, "Failed to check tables: ", reason);
+    return kStorageFailure;
+  });
+}
+
+int DBStorage::RestoreTable(const Component& component) {
+  const LogSite site = LOG_SITE;
+  const auto restore = [&]() -> int {
+    {
+      Statement table(*handler, "SELECT name FROM sqlite_master WHERE type = ? AND name = ?");
+      table.bind(1, "table");
+      table.bind(2, ComponentName(component));
+      if (table.step()) {
+        LogLine(Priority::kDebug, site, "Table already exists");
+        return kStorageOk;
+      }
+    }
+    return CreateTable(component);
+  };
+  return Guarded(site, "Failed to restore table, with unknown reason", restore, [&](const char* reason) {
+    LogLine(Priority::kError, site, "Failed to restore table: ", reason);
+    return kStorageFailure;
+  });
+}
+
+int DBStorage::WritePolicy(const Component& component, const std::string& name, const std::string& value) {
+  const LogSite site = LOG_SITE;
+  const auto write = [&]() -> int {
+    {
+      Statement insert(*handler, "INSERT INTO " + ComponentName(component) + "(name, value) VALUES(?, ?)");
+      insert.bind(1, name);
+      insert.bind(2, value);
+      if (insert.exec() == 0) {
+        LogLine(Priority::kError, site, "Failed to write [", name, "], ", insert.getErrorMessage());
+        return kStorageNothingWritten;
+      }
+    }
+    // The statement has ended: the file is whole and may be copied.
+    Backup();
+    return kStorageOk;
+  };
+  return Guarded(site, "Failed to write data, with unknown reason", write, [&](const char* reason) {
+    return TableFailure(site, component, "Failed to write [", name, "], ", reason);
+  });
+}
+
+// Whatever becomes of the copy, the row is written: nothing that goes wrong here may say otherwise.
+void DBStorage::Backup() noexcept {
+  int result = kStorageFailure;
+  try {
+    result = FileHelper().copyFile(kDatabase, kBackup);
+  } catch (...) {
+  }
+  if (result != 0) LOG_WARNING("Failed to backup DB");
+}
+
+int DBStorage::ReadPolicy(const Component& component, const std::string& name, std::string& value) {
+  const LogSite site = LOG_SITE;
+  const auto read = [&]() -> int {
+    value.clear();
+    Statement select(*handler, "SELECT value FROM " + ComponentName(component) + " WHERE name = ?");
+    select.bind(1, name);
+    if (!select.step() || select.getColumnCount() != 1) return kStorageNoRow;
+    value = select.getColumn(0).getText();
+    LogLine(Priority::kDebug, site, "Successfully read [", name, "]");
+    return kStorageOk;
+  };
+  return Guarded(site, "Failed to read data, with unknown reason", read, [&](const char* reason) {
+    return TableFailure(site, component, "Failed to read [", name, "]: ", reason);
+  });
+}
+
+}  // namespace zav::common

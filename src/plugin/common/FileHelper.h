@@ -1,0 +1,73 @@
+#pragma once
+
+#include <dirent.h>
+
+#include <string>
+#include <vector>
+
+namespace zav::common {
+
+/// Operations on directories. All return 0, or -1 with a warning in the log; none throws for what the file system
+/// does. No state: any thread may use an object of its own.
+class IFileHelper {
+ public:
+  virtual ~IFileHelper() = default;
+
+  /// Whether `path` is a directory: 0 yes, -1 no. A symbolic link is not followed.
+  virtual int directoryExist(const std::string& path) = 0;
+  /// Whether the directory holds nothing: 0 yes, -1 no, or it cannot be opened.
+  virtual int directoryEmpty(const std::string& path) = 0;
+  /// Makes a directory (mode 0775 less the process's mask) where there is none. Only the last component is made.
+  virtual int createDirectory(const std::string& path) = 0;
+  /// Removes an empty directory.
+  virtual int deleteDirectory(const std::string& path) = 0;
+  /// Copies the tree below `src` into the existing directory `dst`; links become files with their target's content,
+  /// other kinds are passed over. The first failure ends it and leaves what was copied.
+  virtual int copyDirectoryContent(const std::string& src, const std::string& dst) = 0;
+  /// Empties a directory. A tree with anything else than directories, files and links is left whole; one entry that
+  /// cannot be removed does not keep the rest.
+  virtual int deleteDirectoryContent(const std::string& path) = 0;
+};
+
+/// The plug-in's file operations, each logged under its own name.
+class FileHelper : public IFileHelper {
+ public:
+  int directoryExist(const std::string& path) override;
+  int directoryEmpty(const std::string& path) override;
+  int createDirectory(const std::string& path) override;
+  int deleteDirectory(const std::string& path) override;
+  int copyDirectoryContent(const std::string& src, const std::string& dst) override;
+  int deleteDirectoryContent(const std::string& path) override;
+
+  /// Copies a file and its permission bits over `dst`, which is truncated or made.
+  ///
+  /// @param src  a regular file, or a symbolic link, which is copied as a file with its target's content.
+  /// @return 0, or -1: `dst` may then hold a part of the content.
+  int copyFile(const std::string& src, const std::string& dst);
+
+  /// Removes a file or an empty directory. @return 0 or -1, logged either way.
+  int deleteFile(const std::string& path);
+
+  /// Removes a file if there is one, and logs nothing either way.
+  void discardFile(const std::string& path);
+};
+
+/// The entries below a directory, by kind; each as a path relative to the listed root, beginning with "/".
+struct DirectoryContent {
+  /// Each before its own content.
+  std::vector<std::string> directories;
+  std::vector<std::string> files;
+  /// Symbolic links, not followed.
+  std::vector<std::string> links;
+  /// Devices, sockets, pipes.
+  std::vector<std::string> others;
+};
+
+/// Lists the tree below `root` + `relative`.
+///
+/// @param relative  empty; the listing itself goes down with it.
+/// @param content   the entries are appended to it; after a failure it holds what was listed by then.
+/// @return 0, or -1 with a warning in the log.
+int getDirectoryContent(const std::string& root, const std::string& relative, DirectoryContent& content);
+
+}  // namespace zav::common

@@ -1,0 +1,33 @@
+#include "common/GlobalPaths.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "common/ErrorText.h"
+#include "common/Log.h"
+
+namespace zav::common {
+namespace {
+
+// Not createDirectory's mode: other users must not be able to put files beside the socket.
+constexpr mode_t kRunDirectoryMode = 0755;
+
+}  // namespace
+
+const std::string runPath = "/tmp/zav-pyx-plugin";
+const std::string dataPath;
+const std::string storagePath;
+
+bool makeDir(const std::string& path) {
+  const int result = mkdir(path.c_str(), kRunDirectoryMode);
+  const int error = errno;
+  if (result != 0 && error != EEXIST) {
+    LOG_ERROR(path, " : ", errorToString(error));
+    return false;
+  }
+  LOG_DEBUG(path, " : ", result);
+  return true;
+}
+
+}  // namespace zav::common

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/// The paths that the plug-in's units share. They are fixed: nothing overrides them.
+namespace zav::common {
+
+/// The run directory; the local socket stands in it.
+extern const std::string runPath;
+/// Empty; kept for units that ask for them.
+extern const std::string dataPath;
+extern const std::string storagePath;
+
+/// Makes one directory, mode 0755 less the process's mask, for the service.
+///
+/// @param path  the directory; its parent must exist.
+/// @return whether it is there now: made, or something of that name existed.
+///
+/// Logs either way. Any thread.
+bool makeDir(const std::string& path);
+
+}  // namespace zav::common

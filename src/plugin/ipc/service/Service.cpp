@@ -1,0 +1,277 @@
+#include "ipc/service/Service.h"
+
+#include <poll.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "common/ErrorText.h"
+#include "common/Log.h"
+#include "common/SignalBlock.h"
+#include "ipc/service/RequestTable.h"
+
+namespace zav::ipc {
+namespace {
+
+using std::chrono::steady_clock;
+
+/// How long a pass waits for the connection that is being served to end, before it refuses the next one.
+constexpr std::chrono::milliseconds kIdleWait{100};
+/// How often a stop looks after the connection that it waits for.
+constexpr std::chrono::milliseconds kStopLook{50};
+
+/// Keeps an accepted descriptor until somebody else owns it.
+class AcceptedClient {
+ public:
+  explicit AcceptedClient(int descriptor) : fd(descriptor) {}
+  ~AcceptedClient() {
+    if (fd != -1) ::close(fd);
+  }
+  AcceptedClient(const AcceptedClient&) = delete;
+  AcceptedClient& operator=(const AcceptedClient&) = delete;
+
+  int get() const { return fd; }
+  int release() { return std::exchange(fd, -1); }
+
+ private:
+  int fd;
+};
+
+/// What a wait on the listening descriptor came to.
+struct Readiness {
+  /// As select and poll return it.
+  int result = 0;
+  bool listener = false;
+  bool wakeUp = false;
+  /// What select looked at.
+  fd_set readable{};
+};
+
+Readiness Select(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
+  Readiness ready;
+  FD_SET(listener, &ready.readable);
+  if (wakeUp != -1) FD_SET(wakeUp, &ready.readable);
+  timeval wait{};
+  if (timeout) {
+    // Rounded up: a wait that ends too early would only be repeated.
+    const auto micros = std::chrono::ceil<std::chrono::microseconds>(*timeout).count();
+    wait.tv_sec = static_cast<time_t>(micros / 1'000'000);
+    wait.tv_usec = static_cast<suseconds_t>(micros % 1'000'000);
+  }
+  ready.result = select(std::max(listener, wakeUp) + 1, &ready.readable, nullptr, nullptr, timeout ? &wait : nullptr);
+  ready.listener = ready.result > 0 && FD_ISSET(listener, &ready.readable);
+  ready.wakeUp = ready.result > 0 && wakeUp != -1 && FD_ISSET(wakeUp, &ready.readable);
+  return ready;
+}
+
+Readiness Poll(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
+  // poll passes over a negative descriptor.
+  std::array<pollfd, 2> readable{pollfd{listener, POLLIN, 0}, pollfd{wakeUp, POLLIN, 0}};
+  const int wait = timeout ? static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(*timeout).count()) : -1;
+  Readiness ready;
+  ready.result = poll(readable.data(), readable.size(), wait);
+  ready.listener = readable[0].revents != 0;
+  ready.wakeUp = readable[1].revents != 0;
+  return ready;
+}
+
+/// A descriptor set has room for descriptors below FD_SETSIZE only; the host may have that many open.
+Readiness WaitReadable(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
+  return std::max(listener, wakeUp) < FD_SETSIZE ? Select(listener, wakeUp, timeout) : Poll(listener, wakeUp, timeout);
+}
+
+/// Whether the next wait may well succeed: nobody was there any more, or a signal came between.
+bool IsPassing(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
+}
+
+}  // namespace
+
+void Service::prepare() {
+  const std::lock_guard guard(serviceMutex.inner());
+  run = Run::kIdle;
+  connection.resume();
+}
+
+void Service::stop() {
+  {
+    const std::lock_guard guard(serviceMutex.inner());
+    run = Run::kStopped;
+    serviceBusy = true;
+  }
+  serviceCondition.notify_all();
+  connection.stop();
+  // Whoever holds the token is a connection that ends by itself, or a client that is cut off in time.
+  while (!serviceMutex.try_lock_until(steady_clock::now() + kStopLook)) connection.cutOverdue();
+  const std::lock_guard token(serviceMutex, std::adopt_lock);
+  socket.shutdown();
+}
+
+void Service::start() {
+  const common::SignalBlock signals;
+  if (!open()) return;
+  LOG_INFO("PYXPlugin service started");
+  while (running()) {
+    try {
+      onePass();
+    } catch (const std::exception& exception) {
+      LOG_WARNING(exception.what());
+    }
+  }
+  close();
+}
+
+/// Under the token, so that a stop either comes before the socket is made or finds it listening.
+bool Service::open() {
+  const std::lock_guard token(serviceMutex);
+  {
+    const std::lock_guard guard(serviceMutex.inner());
+    if (run == Run::kStopped) return false;
+    run = Run::kRunning;
+    serviceBusy = false;
+  }
+  socket.retire();
+  return socket.listen();
+}
+
+void Service::onePass() {
+  sleep();
+  if (!clientWaits()) return;
+  AcceptedClient client(socket.accept());
+  if (client.get() <= 0) {
+    const int error = errno;
+    if (client.release() == -1 && !IsPassing(error)) pause();
+    return;
+  }
+  sleep();
+  if (!takeToken()) {
+    refuse(client.release());
+    return;
+  }
+  handOver(client.get());
+  client.release();
+}
+
+/// Waits a moment for the connection that is being served to end.
+void Service::sleep() {
+  if (!serviceBusy) return;
+  std::unique_lock guard(serviceMutex.inner());
+  serviceCondition.wait_until(guard, steady_clock::now() + kIdleWait, [this] { return !serviceBusy || !running(); });
+}
+
+/// Waits where the next pass would fail at once again, such as for want of descriptors.
+void Service::pause() {
+  std::unique_lock guard(serviceMutex.inner());
+  serviceCondition.wait_until(guard, steady_clock::now() + kIdleWait, [this] { return !running(); });
+}
+
+/// Waits for a client, without a time-out unless a connection is open that may have to be cut off meanwhile.
+bool Service::clientWaits() {
+  connection.cutOverdue();
+  const int wakeUp = connection.wakeUp().descriptor();
+  const Readiness ready = WaitReadable(socket.descriptor(), wakeUp, connection.watch());
+  const int error = errno;
+  if (ready.result == -1 && !IsPassing(error)) pause();
+  if (ready.result <= 0) return false;
+  if (ready.wakeUp) connection.wakeUp().clear();
+  if (!ready.listener && !ready.wakeUp) {
+    common::LogLine(common::Priority::kWarning, LOG_SITE_OF("accept"), "unknown case! socket : ", socket.descriptor(),
+                    " : ", &ready.readable);
+  }
+  return ready.listener;
+}
+
+bool Service::takeToken() {
+  return running() && !serviceBusy && serviceMutex.try_lock();
+}
+
+/// Gives the client to a thread of its own; the token goes with it. When it throws, the token is free again and the
+/// client still the caller's.
+void Service::handOver(int client) {
+  serviceBusy = true;
+  try {
+    joinConnection();
+    // Before the thread runs: a client is looked after from here on, however late its thread comes to it.
+    connection.enter(client);
+    connectionThread = std::make_unique<std::thread>([this, client] { serve(client); });
+  } catch (...) {
+    connection.leave();
+    ReleaseService();
+    throw;
+  }
+}
+
+void Service::joinConnection() {
+  if (!connectionThread) return;
+  connectionThread->join();
+  connectionThread.reset();
+}
+
+void Service::close() {
+  joinConnection();
+  socket.shutdown();
+  // Shut, it takes no more clients; those that wait in it already are told.
+  for (int client = socket.accept(); client >= 0 || errno == EINTR; client = socket.accept()) {
+    if (client > 0) refuse(client);
+  }
+  LOG_INFO("PYXPlugin service stopped");
+}
+
+void Service::refuse(int client) {
+  common::LogLine(common::Priority::kInfo, LOG_SITE_OF("start"), "SHUTDOWN : ", client);
+  Socket(client).shutdown();
+}
+
+void Service::serve(int fd) {
+  {
+    Socket client(fd);
+    try {
+      handle(client);
+    } catch (const std::exception& exception) {
+      LOG_ERROR(exception.what());
+    } catch (...) {
+      LOG_ERROR("unknown exception");
+    }
+    connection.leave();
+  }
+  ReleaseService();
+}
+
+void Service::handle(Socket& client) {
+  client.fillAddress();
+  PackageBytes<Header> bytes{};
+  unsigned size = Header::kSize;
+  // What is logged below is the error of this receive, or none.
+  errno = 0;
+  Header header;
+  const bool received = client.descriptor() != -1 && client.receiveValue(size, bytes.data()) == kSocketOk;
+  if (received) header = Decode<Header>(bytes);
+  if (!received || header.tag != kHeaderTag) {
+    const int error = errno;
+    common::LogLine(common::Priority::kError, LOG_SITE_OF("serve"), client.descriptor(), " ",
+                    common::errorToString(error));
+    return;
+  }
+  common::LogLine(common::Priority::kDebug, LOG_SITE_OF("serve"), client.descriptor(), " method : ", header.method,
+                  " module : ", header.module);
+  switchMethod(header, client);
+}
+
+void Service::switchMethod(const Header& header, Socket& client) {
+  const RequestHandler handler = FindRequestHandler(header.method);
+  if (handler == nullptr) {
+    LOG_ERROR("not implemented");
+    return;
+  }
+  Request request{client, connection};
+  handler(request);
+}
+
+}  // namespace zav::ipc

@@ -1,0 +1,114 @@
+#include "policy/Policy.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <exception>
+#include <sstream>
+#include <utility>
+
+#include "common/Log.h"
+
+namespace zav::policy {
+
+PolicyView::PolicyView(const Json::Value* value) : object(value->isObject() ? value : nullptr) {}
+
+const Json::Value* PolicyView::find(const std::string& key) const {
+  return object != nullptr ? object->find(key.data(), key.data() + key.size()) : nullptr;
+}
+
+std::string PolicyView::GetStringValue(const std::string& key) const {
+  const Json::Value* member = find(key);
+  return member != nullptr && member->isString() ? member->asString() : std::string();
+}
+
+int PolicyView::GetIntValue(const std::string& key) const {
+  const Json::Value* member = find(key);
+  // isInt() asks for both, an integral value and the range of int; asInt() would throw for what lies outside.
+  return member != nullptr && member->isInt() ? member->asInt() : 0;
+}
+
+PolicyView PolicyView::Member(const std::string& key) const {
+  const Json::Value* member = find(key);
+  return member != nullptr ? PolicyView(member) : PolicyView();
+}
+
+Policy PolicyView::Copy() const {
+  return object != nullptr ? Policy(*object) : Policy();
+}
+
+Policy::Policy(const Json::Value& value) {
+  if (value.isObject()) json = value;
+}
+
+void Policy::Clear() {
+  json = Json::Value();
+}
+
+void Policy::DeleteValue(const std::string& key) {
+  if (!isNull()) json.removeMember(key);
+}
+
+void Policy::SetStringValue(const std::string& key, const std::string& value) {
+  json[key] = value;
+}
+
+std::string Policy::GetStringValue(const std::string& key) const {
+  return View().GetStringValue(key);
+}
+
+void Policy::SetIntValue(const std::string& key, int value) {
+  json[key] = value;
+}
+
+int Policy::GetIntValue(const std::string& key) const {
+  return View().GetIntValue(key);
+}
+
+void Policy::SetSubPolicy(const std::string& key, const Policy& sub) {
+  if (!sub.isNull()) json[key] = sub.json;
+}
+
+void Policy::SetSubPolicy(const std::string& key, Policy&& sub) {
+  if (!sub.isNull()) json[key] = std::move(sub.json);
+}
+
+Policy Policy::GetSubPolicy(const std::string& key) const {
+  return Member(key).Copy();
+}
+
+PolicyView Policy::Member(const std::string& key) const {
+  return View().Member(key);
+}
+
+std::vector<std::string> Policy::MemberNames() const {
+  return json.getMemberNames();
+}
+
+std::string Policy::AsString() const {
+  if (isNull()) return {};
+// The text stands in the databases and replies of devices: it stays byte for byte what this writer makes, newline
+// included, and the writer that the library recommends instead makes another one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  return Json::FastWriter().write(json);
+#pragma GCC diagnostic pop
+}
+
+Policy ParseJsonString(const std::string& text) {
+  if (text.empty()) return {};
+  Json::Value value;
+  std::string errors;
+  try {
+    std::istringstream stream(text);
+    // A parser that fails leaves what it had read by then: none of it may be taken for a policy.
+    if (Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) return Policy(value);
+  } catch (const std::exception& exception) {
+    // It throws where values are nested too deep.
+    errors = exception.what();
+  }
+  LOG_ERROR("Failed to parse: ", errors);
+  return {};
+}
+
+}  // namespace zav::policy
