@@ -75,7 +75,8 @@ int Print(int priority, const char* tag, const char* format, va_list arguments) 
   if (length < 0) return -1;
 
   // Where memory was short the line is cut to what fits; the newline takes the place of the closing zero.
-  const size_t size = large ? head + static_cast<size_t>(length) : std::min(head + static_cast<size_t>(length), line.size() - 1);
+  const size_t size =
+      large ? head + static_cast<size_t>(length) : std::min(head + static_cast<size_t>(length), line.size() - 1);
   text[size] = '\n';
   return WriteLine(text, size + 1);
 }

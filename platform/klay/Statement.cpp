@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
+
 #include "klay/Exception.h"
 
 namespace klay::database {
@@ -15,7 +17,11 @@ Statement::~Statement() {
 }
 
 void Statement::bind(int index, const char* text) {
-  check(sqlite3_bind_text(statement, index, text, -1, SQLITE_TRANSIENT));
+  if (text == nullptr) {
+    check(sqlite3_bind_null(statement, index));
+  } else {
+    check(sqlite3_bind_text64(statement, index, text, std::strlen(text), SQLITE_TRANSIENT, SQLITE_UTF8));
+  }
 }
 
 void Statement::bind(int index, const std::string& text) {

@@ -4,7 +4,7 @@
 
 /// The log lines that the daemon's operators read: tag "DPM", coloured by their priority. `text` is a string literal, a
 /// printf format for the arguments that follow it.
-#define DPM_LOG(priority, colour, text, ...)                                                                   \
+#define DPM_LOG(priority, colour, text, ...)                                                                    \
   __dlog_print(DLOG_BUFFER_MAIN, priority, "DPM", "%s: %s(%d) > " colour "DPM: " text "\033[0m", __FILE_NAME__, \
                __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 

@@ -238,7 +238,8 @@ int dpm_zav_pyx_plugin::executeCommandInternal(const unsigned char* command, int
                                                int* replyLength) {
   const std::string name = MakeString(command, commandLength);
   const std::string payload = MakeString(data, dataLength);
-  const auto known = std::find_if(kCommands.begin(), kCommands.end(), [&](const Command& each) { return each.name == name; });
+  const auto known =
+      std::find_if(kCommands.begin(), kCommands.end(), [&](const Command& each) { return each.name == name; });
   if (known == kCommands.end()) {
     DPM_WARNING("Unknown Plugin command");
     *reply = nullptr;

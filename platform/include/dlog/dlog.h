@@ -33,7 +33,7 @@ enum DlogBuffer {
 ///
 /// Any thread may call it. `errno` is left as it was. It waits for nothing but the write itself.
 __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(int buffer, int priority, const char* tag,
-                                                                             const char* format, ...);
+                                                                              const char* format, ...);
 
 #ifdef __cplusplus
 }

@@ -30,7 +30,7 @@ bool IsFileOrLink(mode_t mode) {
 }
 
 bool Exists(const std::string& path) {
-  struct stat info{};
+  struct stat info {};
   return lstat(path.c_str(), &info) == 0;
 }
 
@@ -50,8 +50,8 @@ bool StreamWhole(std::ifstream& from, std::ofstream& to, const std::string& src,
   // An empty source would count as a failure of the stream.
   if (from.peek() != std::ifstream::traits_type::eof()) to << from.rdbuf();
   to.close();
-  struct stat read{};
-  struct stat written{};
+  struct stat read {};
+  struct stat written {};
   return stat(src.c_str(), &read) == 0 && stat(dst.c_str(), &written) == 0 && read.st_size == written.st_size;
 }
 
@@ -67,7 +67,7 @@ void CopyPermissions(const std::string& path, mode_t mode) {
 }  // namespace
 
 int FileHelper::copyFile(const std::string& src, const std::string& dst) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(src.c_str(), &info) != 0) {
     LOG_WARNING("could not take info (lstat) about src: ", src);
     return -1;
@@ -111,7 +111,7 @@ void FileHelper::discardFile(const std::string& path) {
 }
 
 int FileHelper::createDirectory(const std::string& path) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(path.c_str(), &info) == 0) {
     if (!S_ISDIR(info.st_mode)) {
       LOG_WARNING(path, " is not a directory");
@@ -130,7 +130,7 @@ int FileHelper::createDirectory(const std::string& path) {
 }
 
 int FileHelper::directoryExist(const std::string& path) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(path.c_str(), &info) != 0) {
     LOG_WARNING("could not take info (lstat) about directory: ", path);
     return -1;
@@ -174,10 +174,9 @@ namespace {
 
 /// Puts one entry where its kind belongs, and goes down into a directory.
 int AddEntry(const std::string& root, const std::string& entryPath, DirectoryContent& content) {
-  struct stat info{};
+  struct stat info {};
   if (lstat((root + entryPath).c_str(), &info) != 0) {
-    LogLine(Priority::kWarning, LOG_SITE_OF("getDirectoryContent"), "error lstat for ",
-            root + entryPath);
+    LogLine(Priority::kWarning, LOG_SITE_OF("getDirectoryContent"), "error lstat for ", root + entryPath);
     return -1;
   }
   if (S_ISDIR(info.st_mode)) {
@@ -202,7 +201,7 @@ bool IsSelfOrParent(std::string_view name) {
 
 int getDirectoryContent(const std::string& root, const std::string& relative, DirectoryContent& content) {
   const std::string path = root + relative;
-  struct stat info{};
+  struct stat info {};
   if (lstat(path.c_str(), &info) != 0) {
     LOG_WARNING("could not take info (lstat) about directory: ", path);
     return -1;
@@ -231,7 +230,7 @@ int getDirectoryContent(const std::string& root, const std::string& relative, Di
 }
 
 int FileHelper::deleteDirectoryContent(const std::string& path) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(path.c_str(), &info) != 0) {
     LOG_WARNING("could not take info (lstat) about directory: ", path);
     return -1;
@@ -266,9 +265,10 @@ namespace {
 
 /// @param role  "src" or "dst".
 int CheckCopyEnd(const std::string& path, const char* role) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(path.c_str(), &info) != 0) {
-    LogLine(Priority::kWarning, LOG_SITE_OF("copyDirectoryContent"), "could not take info (lstat) about ", role, " directory: ", path);
+    LogLine(Priority::kWarning, LOG_SITE_OF("copyDirectoryContent"), "could not take info (lstat) about ", role,
+            " directory: ", path);
     return -1;
   }
   if (!S_ISDIR(info.st_mode)) {
@@ -279,7 +279,7 @@ int CheckCopyEnd(const std::string& path, const char* role) {
 }
 
 int CopyOneDirectory(const std::string& from, const std::string& to) {
-  struct stat info{};
+  struct stat info {};
   if (lstat(from.c_str(), &info) != 0) {
     LogLine(Priority::kWarning, LOG_SITE_OF("copyDirectoryContent"), "error lstat for src directory: ", from);
     return -1;

@@ -46,8 +46,8 @@ inline void AppendPiece(std::string& message, const char* piece) {
 
 /// No locale has a say in how numbers look: `to_chars` writes plain digits.
 template <std::integral Number>
-  requires(!std::same_as<Number, bool> && !std::same_as<Number, char>)
-void AppendPiece(std::string& message, Number number) {
+requires(!std::same_as<Number, bool> && !std::same_as<Number, char>) void AppendPiece(std::string& message,
+                                                                                      Number number) {
   char digits[24];
   const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
   message.append(digits, end);

@@ -115,7 +115,8 @@ IndexedRecords RecordsBetween(const Policy& storage, int firstIndex, int lastInd
     const int timestamp = record.GetIntValue(kTimestamp);
     if (from <= timestamp && timestamp <= to) records.emplace_back(*index, record);
   });
-  std::sort(records.begin(), records.end(), [](const auto& left, const auto& right) { return left.first < right.first; });
+  std::sort(records.begin(), records.end(),
+            [](const auto& left, const auto& right) { return left.first < right.first; });
   return records;
 }
 
@@ -333,8 +334,8 @@ LogSlice State::FindRecords(const LogQuery& query, LogOrder order) const {
   if ((forward ? start : first) < 0) return slice;
 
   const int from = query.to <= query.from ? 0 : query.from;
-  IndexedRecords records =
-      forward ? RecordsBetween(storage, start, last, from, query.to) : RecordsBetween(storage, first, start, from, query.to);
+  IndexedRecords records = forward ? RecordsBetween(storage, start, last, from, query.to)
+                                   : RecordsBetween(storage, first, start, from, query.to);
   if (!forward) std::reverse(records.begin(), records.end());
   if (query.maxCount > 0 && records.size() > static_cast<unsigned>(query.maxCount)) {
     records.resize(static_cast<unsigned>(query.maxCount));

@@ -162,17 +162,22 @@ struct Entry {
 };
 
 constexpr std::array kRequests{
-    Entry{Method::kGetPyxState, GetPyxState},     Entry{Method::kGetLoggingState, GetLoggingState},
-    Entry{Method::kLogThreatUrl, LogThreatUrl},   Entry{Method::kGetLogStatus, GetLogStatus},
-    Entry{Method::kGetLog, GetLog},               Entry{Method::kGetLogReverse, GetLogReverse},
-    Entry{Method::kResetLog, ResetLog},           Entry{Method::kCountRecords, CountRecords},
+    Entry{Method::kGetPyxState, GetPyxState},
+    Entry{Method::kGetLoggingState, GetLoggingState},
+    Entry{Method::kLogThreatUrl, LogThreatUrl},
+    Entry{Method::kGetLogStatus, GetLogStatus},
+    Entry{Method::kGetLog, GetLog},
+    Entry{Method::kGetLogReverse, GetLogReverse},
+    Entry{Method::kResetLog, ResetLog},
+    Entry{Method::kCountRecords, CountRecords},
 };
 
 }  // namespace
 
 RequestHandler FindRequestHandler(std::int32_t method) {
-  const auto entry = std::find_if(kRequests.begin(), kRequests.end(),
-                                  [method](const Entry& each) { return static_cast<std::int32_t>(each.method) == method; });
+  const auto entry = std::find_if(kRequests.begin(), kRequests.end(), [method](const Entry& each) {
+    return static_cast<std::int32_t>(each.method) == method;
+  });
   return entry != kRequests.end() ? entry->handler : nullptr;
 }
 

@@ -13,8 +13,8 @@ namespace zav::ipc {
 ///
 /// The connection's thread says what it is about to wait for: `enter`, `requestReceived`, `replyStarts`, `leave`. The
 /// accept loop looks after it with `watch` and `cutOverdue`, a stop with `stop` and `cutOverdue`. The time that the
-/// service itself takes, between `requestReceived` and `replyStarts`, has no limit. Any thread may call anything: all is
-/// guarded by one mutex, under which the descriptor is registered, shut and deregistered, so that none is shut after
+/// service itself takes, between `requestReceived` and `replyStarts`, has no limit. Any thread may call anything: all
+/// is guarded by one mutex, under which the descriptor is registered, shut and deregistered, so that none is shut after
 /// it was closed and given to somebody else.
 class ServedConnection {
  public:

@@ -91,7 +91,7 @@ void SocketService::admitEveryUser() const {
   // By descriptor and without following links: where others can write to the run directory, no file of somebody else's
   // may be put in the socket's place and have its mode changed.
   const int file = open(address.sun_path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
-  struct stat info{};
+  struct stat info {};
   if (file != -1 && fstat(file, &info) == 0 && S_ISSOCK(info.st_mode)) {
     chmod(("/proc/self/fd/" + std::to_string(file)).c_str(), (info.st_mode & kModeBits) | kEveryUser);
   }
