@@ -54,7 +54,7 @@ int WriteLine(const char* text, size_t size) {
   return static_cast<int>(rest - text);
 }
 
-int Print(int priority, const char* tag, const char* format, va_list arguments) {
+__attribute__((format(printf, 3, 0))) int Print(int priority, const char* tag, const char* format, va_list arguments) {
   std::array<char, kLineSize> line;
   const auto head = static_cast<size_t>(WriteHead(line.data(), priority, tag));
 

@@ -92,7 +92,7 @@ Policy Manager::GetPolicy(const Component& component, const std::string& name) {
 }
 
 Policy Manager::RestoreDefaultPolicy(const Component& component, const std::string& name) {
-  const Policy policy = DefaultPolicy().Member(ComponentName(component)).Member(name).Copy();
+  Policy policy = DefaultPolicy().Member(ComponentName(component)).Member(name).Copy();
   if (policy.isNull()) {
     LOG_INFO("Default [", name, "] policy is empty");
     return policy;

@@ -221,7 +221,7 @@ void Service::close() {
   for (int client = socket.accept(); client >= 0 || errno == EINTR; client = socket.accept()) {
     if (client > 0) refuse(client);
   }
-  LOG_INFO("PYXPlugin service stopped");
+  common::LogLine(common::Priority::kInfo, LOG_SITE_OF("start"), "PYXPlugin service stopped");
 }
 
 void Service::refuse(int client) {
