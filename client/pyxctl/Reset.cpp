@@ -1,0 +1,14 @@
+#include "Verbs.h"
+
+namespace zav::pyxctl {
+
+Action DeclareReset(CLI::App& /*command*/) {
+  return [](const client::Client& client, const Output& output) {
+    client.ResetLog();
+    Json::Value document;
+    document["reset"] = true;
+    output.Write(document, [](std::ostream& out) { out << "The log is empty.\n"; });
+  };
+}
+
+}  // namespace zav::pyxctl

@@ -1,0 +1,68 @@
+#include <array>
+#include <clocale>
+#include <exception>
+#include <iostream>
+
+#include "CommandLine.h"
+
+namespace zav::pyxctl {
+namespace {
+
+using client::ErrorKind;
+
+/// How the program ends after a failed request, and what the person can do about it.
+struct Consequence {
+  ErrorKind kind;
+  ExitStatus status;
+  const char* advice;
+};
+
+constexpr std::array kConsequences = {
+    Consequence{ErrorKind::kNoService, ExitStatus::kNoAnswer,
+                "check that the plug-in is loaded and switched on, or name its socket with --socket"},
+    Consequence{ErrorKind::kRefused, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
+    Consequence{ErrorKind::kTimedOut, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
+    Consequence{ErrorKind::kMalformed, ExitStatus::kNoAnswer,
+                "check that the socket is the plug-in's and that both are of one version"},
+    Consequence{ErrorKind::kRejected, ExitStatus::kRejected, "the platform log may say more"},
+    Consequence{ErrorKind::kUnknownOutcome, ExitStatus::kNoAnswer,
+                "look with 'pyxctl log --reverse' before reporting it again"},
+    Consequence{ErrorKind::kOutOfRange, ExitStatus::kUsage, "see pyxctl --help"},
+    Consequence{ErrorKind::kSystem, ExitStatus::kLocalFailure, "try again"},
+};
+
+ExitStatus Explain(const client::Error& error) {
+  for (const Consequence& consequence : kConsequences) {
+    if (consequence.kind != error.kind()) continue;
+    Complain(std::string(error.what()) + "; " + consequence.advice);
+    return consequence.status;
+  }
+  Complain(error.what());
+  return ExitStatus::kLocalFailure;
+}
+
+ExitStatus Run(const Command& command) {
+  if (!command.action) return command.status;
+  command.action(client::Client(command.options), Output(std::cout, command.format));
+  return ExitStatus::kDone;
+}
+
+ExitStatus Main(int argc, const char* const* argv) try {
+  const ExitStatus status = Run(ReadCommandLine(argc, argv));
+  if (std::cout.flush()) return status;
+  Complain("the output cannot be written; check where it goes");
+  return ExitStatus::kLocalFailure;
+} catch (const client::Error& error) {
+  return Explain(error);
+} catch (const std::exception& error) {
+  Complain(error.what());
+  return ExitStatus::kLocalFailure;
+}
+
+}  // namespace
+}  // namespace zav::pyxctl
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_CTYPE, "");
+  return static_cast<int>(zav::pyxctl::Main(argc, argv));
+}
