@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdio>
+
+#include "CommandTable.h"
+#include "LineSource.h"
+#include "Signals.h"
+
+namespace host {
+
+/// The host's main loop: waits for a command or a signal, and answers each command with one line. One thread.
+class Console {
+ public:
+  /// @param serve   whether it goes on after the end of the input.
+  /// @param output  where the answers go, each at once.
+  /// All but `serve` must outlive it.
+  Console(LineSource& input, CommandTable& commands, const Signals& signals, bool serve, std::FILE* output);
+
+  /// Returns after `quit`, a signal, or the end of the input when it does not serve on. A signal is looked at between
+  /// two commands.
+  /// @throws std::system_error when an answer cannot be written.
+  void Run();
+
+ private:
+  struct Wake {
+    bool input;
+    bool signal;
+  };
+
+  Wake Wait() const;
+  void Answer();
+
+  LineSource& input;
+  CommandTable& commands;
+  const Signals& signals;
+  const bool serve;
+  std::FILE* output;
+};
+
+}  // namespace host
