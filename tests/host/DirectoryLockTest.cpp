@@ -1,0 +1,50 @@
+#include "DirectoryLock.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+
+#include "Child.h"
+#include "TemporaryDirectory.h"
+
+namespace host {
+namespace {
+
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+TEST(ADirectoryLock, MakesTheDirectory) {
+  const TemporaryDirectory directory;
+  const DirectoryLock lock(directory / "state/of/host");
+  EXPECT_TRUE(std::filesystem::is_directory(directory / "state/of/host"));
+}
+
+TEST(ADirectoryLock, RefusesASecondOneAsLongAsItLives) {
+  const TemporaryDirectory directory;
+  std::optional<DirectoryLock> lock(directory.get());
+  EXPECT_THAT([&] { DirectoryLock second(directory.get()); },
+              ThrowsMessage<std::runtime_error>(HasSubstr("already runs on " + directory.get().string())));
+  lock.reset();
+  EXPECT_NO_THROW(DirectoryLock second(directory.get()));
+}
+
+TEST(ADirectoryLock, IsNotHandedDownToAProgramThatIsStarted) {
+  const TemporaryDirectory directory;
+  std::optional<DirectoryLock> lock(directory.get());
+  Child child({"cat"});
+  child.Write("started\n");
+  EXPECT_EQ(child.ReadLine(), "started");
+  lock.reset();
+  EXPECT_NO_THROW(DirectoryLock second(directory.get()));
+}
+
+TEST(ADirectoryLock, CannotBeHadOnAFile) {
+  const TemporaryDirectory directory;
+  std::ofstream(directory / "file") << "text";
+  EXPECT_THROW(DirectoryLock(directory / "file"), std::system_error);
+}
+
+}  // namespace
+}  // namespace host

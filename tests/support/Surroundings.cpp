@@ -1,0 +1,110 @@
+#include "support/Surroundings.h"
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+namespace zav::test {
+namespace {
+
+[[noreturn]] void Fail(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string SizeOption(unsigned size) {
+  return "size=" + std::to_string(size);
+}
+
+bool HasTheMachinesOwnDirectories() {
+  const char* root = std::getenv("DEVICE_ROOT");
+  return root != nullptr && std::string(root) == "real";
+}
+
+struct Grouping : std::numpunct<char> {
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+}  // namespace
+
+ScratchDirectory::ScratchDirectory() : path("/tmp/scratch-XXXXXX") {
+  if (mkdtemp(path.data()) == nullptr) Fail(path);
+}
+
+ScratchDirectory::~ScratchDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path, ignored);
+}
+
+SmallDisk::SmallDisk(const std::string& directory, unsigned size) : path(directory) {
+  mounted = mount("none", path.c_str(), "tmpfs", 0, SizeOption(size).c_str()) == 0;
+  if (!mounted && !(errno == EPERM && HasTheMachinesOwnDirectories())) Fail("mount on " + path);
+}
+
+SmallDisk::~SmallDisk() {
+  if (mounted) umount2(path.c_str(), MNT_DETACH);
+}
+
+void SmallDisk::MakeReadOnly() {
+  if (mount("none", path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) Fail("remount of " + path);
+}
+
+void SmallDisk::Resize(unsigned size) {
+  if (mount("none", path.c_str(), nullptr, MS_REMOUNT, SizeOption(size).c_str()) != 0) Fail("remount of " + path);
+}
+
+DescriptorLimit::DescriptorLimit(unsigned more) {
+  if (getrlimit(RLIMIT_NOFILE, &previous) != 0) Fail("getrlimit");
+  rlimit limit = previous;
+  limit.rlim_cur = 0;
+  for (unsigned unused = 0; unused <= more; ++limit.rlim_cur) {
+    if (fcntl(static_cast<int>(limit.rlim_cur), F_GETFD) == -1) ++unused;
+  }
+  --limit.rlim_cur;
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) Fail("setrlimit");
+}
+
+DescriptorLimit::~DescriptorLimit() {
+  setrlimit(RLIMIT_NOFILE, &previous);
+}
+
+Umask::Umask(mode_t mask) : previous(umask(mask)) {}
+
+Umask::~Umask() {
+  umask(previous);
+}
+
+GroupingLocale::GroupingLocale() : previous(std::locale::global(std::locale(std::locale::classic(), new Grouping))) {}
+
+GroupingLocale::~GroupingLocale() {
+  std::locale::global(previous);
+}
+
+UnreadableDirectory::UnreadableDirectory() : child(fork()) {
+  if (child == -1) Fail("fork");
+  if (child == 0) _exit(0);
+  siginfo_t ended{};
+  while (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) == -1 && errno == EINTR) {
+  }
+}
+
+UnreadableDirectory::~UnreadableDirectory() {
+  while (waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
+  }
+}
+
+unsigned PermissionsOf(const std::string& path) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) Fail(path);
+  return info.st_mode & 07777;
+}
+
+}  // namespace zav::test

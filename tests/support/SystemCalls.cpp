@@ -1,0 +1,227 @@
+#include "support/SystemCalls.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
+
+namespace zav::test {
+namespace {
+
+struct Gate {
+  /// Looked at first, so that a call without a hook orders nothing between threads: that would hide their races.
+  std::atomic<bool> hooked{false};
+  std::shared_mutex mutex;
+  CallHook::Action action;
+};
+
+/// Never ended: threads call until the very end of the process.
+Gate& GateOf(Call call) {
+  static auto& gates = *new std::array<Gate, static_cast<size_t>(Call::kSocket) + 1>;
+  return gates[static_cast<size_t>(call)];
+}
+
+std::optional<long> Ask(Call call, const CallArguments& arguments) {
+  Gate& gate = GateOf(call);
+  if (!gate.hooked.load(std::memory_order_acquire)) return std::nullopt;
+  const std::shared_lock guard(gate.mutex);
+  return gate.action ? gate.action(arguments) : std::nullopt;
+}
+
+std::chrono::nanoseconds Duration(const timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+CallArguments Bytes(int fd, size_t size, int flags) {
+  CallArguments arguments;
+  arguments.fd = fd;
+  arguments.size = size;
+  arguments.flags = flags;
+  return arguments;
+}
+
+}  // namespace
+
+CallHook::CallHook(Call of, Action action) : call(of) {
+  Gate& gate = GateOf(call);
+  const std::lock_guard guard(gate.mutex);
+  previous = std::exchange(gate.action, std::move(action));
+  gate.hooked = true;
+}
+
+CallHook::~CallHook() {
+  Gate& gate = GateOf(call);
+  const std::lock_guard guard(gate.mutex);
+  gate.action = std::move(previous);
+  gate.hooked = gate.action != nullptr;
+}
+
+CallHook::Action Fail(int error, int times) {
+  auto left = std::make_shared<std::atomic<int>>(times);
+  return [error, left](const CallArguments&) -> std::optional<long> {
+    if (left->load() == 0) return std::nullopt;
+    if (left->load() > 0) --*left;
+    errno = error;
+    return -1;
+  };
+}
+
+// The functions stand under the C library's names by an assembler label: its own declarations, inline ones among them,
+// then do not get in the way.
+#define INTERPOSED(name) __asm__(#name) __attribute__((visibility("default"), used))
+
+int Accept4(int fd, sockaddr* address, socklen_t* length, int flags) INTERPOSED(accept4);
+int Bind(int fd, const sockaddr* address, socklen_t length) INTERPOSED(bind);
+int Fcntl(int fd, int command, ...) INTERPOSED(fcntl);
+int Fcntl64(int fd, int command, ...) INTERPOSED(fcntl64);
+int Listen(int fd, int backlog) INTERPOSED(listen);
+int Mkdir(const char* path, mode_t mode) INTERPOSED(mkdir);
+int Nanosleep(const timespec* time, timespec* left) INTERPOSED(nanosleep);
+int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) INTERPOSED(poll);
+int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
+    INTERPOSED(pthread_create);
+ssize_t Recv(int fd, void* data, size_t size, int flags) INTERPOSED(recv);
+int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout) INTERPOSED(select);
+ssize_t Send(int fd, const void* data, size_t size, int flags) INTERPOSED(send);
+int Shutdown(int fd, int how) INTERPOSED(shutdown);
+int Socket(int domain, int type, int protocol) INTERPOSED(socket);
+
+namespace {
+
+template <class Function>
+Function* Find(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// The functions that a call goes on to.
+struct Functions {
+  decltype(Accept4)* accept4 = Find<decltype(Accept4)>("accept4");
+  decltype(Bind)* bind = Find<decltype(Bind)>("bind");
+  decltype(Fcntl)* fcntl = Find<decltype(Fcntl)>("fcntl");
+  decltype(Listen)* listen = Find<decltype(Listen)>("listen");
+  decltype(Mkdir)* mkdir = Find<decltype(Mkdir)>("mkdir");
+  decltype(Nanosleep)* nanosleep = Find<decltype(Nanosleep)>("nanosleep");
+  decltype(PollDescriptors)* poll = Find<decltype(PollDescriptors)>("poll");
+  decltype(PthreadCreate)* pthread_create = Find<decltype(PthreadCreate)>("pthread_create");
+  decltype(Recv)* recv = Find<decltype(Recv)>("recv");
+  decltype(Select)* select = Find<decltype(Select)>("select");
+  decltype(Send)* send = Find<decltype(Send)>("send");
+  decltype(Shutdown)* shutdown = Find<decltype(Shutdown)>("shutdown");
+  decltype(Socket)* socket = Find<decltype(Socket)>("socket");
+};
+
+const Functions& Next() {
+  static const Functions functions;
+  return functions;
+}
+
+// Looked for while there is one thread: while a library is being unloaded, its threads would wait for ever for the
+// loader's lock.
+[[maybe_unused]] const Functions& atTheStart = Next();
+
+}  // namespace
+
+int Accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
+  const auto result = Ask(Call::kAccept4, Bytes(fd, 0, flags));
+  return result ? static_cast<int>(*result) : Next().accept4(fd, address, length, flags);
+}
+
+int Bind(int fd, const sockaddr* address, socklen_t length) {
+  CallArguments arguments = Bytes(fd, length, 0);
+  arguments.data = const_cast<sockaddr*>(address);
+  const auto result = Ask(Call::kBind, arguments);
+  return result ? static_cast<int>(*result) : Next().bind(fd, address, length);
+}
+
+int Fcntl(int fd, int command, ...) {
+  va_list list;
+  va_start(list, command);
+  void* const argument = va_arg(list, void*);
+  va_end(list);
+  const auto result = Ask(Call::kFcntl, Bytes(fd, 0, command));
+  return result ? static_cast<int>(*result) : Next().fcntl(fd, command, argument);
+}
+
+int Fcntl64(int fd, int command, ...) {
+  va_list list;
+  va_start(list, command);
+  void* const argument = va_arg(list, void*);
+  va_end(list);
+  return Fcntl(fd, command, argument);
+}
+
+int Listen(int fd, int backlog) {
+  const auto result = Ask(Call::kListen, Bytes(fd, static_cast<size_t>(backlog), 0));
+  return result ? static_cast<int>(*result) : Next().listen(fd, backlog);
+}
+
+int Mkdir(const char* path, mode_t mode) {
+  CallArguments arguments = Bytes(-1, mode, 0);
+  arguments.data = const_cast<char*>(path);
+  const auto result = Ask(Call::kMkdir, arguments);
+  return result ? static_cast<int>(*result) : Next().mkdir(path, mode);
+}
+
+int Nanosleep(const timespec* time, timespec* left) {
+  CallArguments arguments;
+  arguments.time = Duration(*time);
+  arguments.data = left;
+  const auto result = Ask(Call::kNanosleep, arguments);
+  return result ? static_cast<int>(*result) : Next().nanosleep(time, left);
+}
+
+int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) {
+  CallArguments arguments = Bytes(count > 0 ? descriptors->fd : -1, count, 0);
+  if (milliseconds >= 0) arguments.time = std::chrono::milliseconds(milliseconds);
+  const auto result = Ask(Call::kPoll, arguments);
+  return result ? static_cast<int>(*result) : Next().poll(descriptors, count, milliseconds);
+}
+
+int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument) {
+  // Gives its error number as its result.
+  if (Ask(Call::kPthreadCreate, CallArguments())) return errno;
+  return Next().pthread_create(thread, attributes, body, argument);
+}
+
+ssize_t Recv(int fd, void* data, size_t size, int flags) {
+  const auto result = Ask(Call::kRecv, Bytes(fd, size, flags));
+  return result ? *result : Next().recv(fd, data, size, flags);
+}
+
+int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout) {
+  CallArguments arguments = Bytes(count, 0, 0);
+  arguments.data = readable;
+  if (timeout != nullptr) {
+    arguments.time = std::chrono::seconds(timeout->tv_sec) + std::chrono::microseconds(timeout->tv_usec);
+  }
+  const auto result = Ask(Call::kSelect, arguments);
+  return result ? static_cast<int>(*result) : Next().select(count, readable, writable, special, timeout);
+}
+
+ssize_t Send(int fd, const void* data, size_t size, int flags) {
+  const auto result = Ask(Call::kSend, Bytes(fd, size, flags));
+  return result ? *result : Next().send(fd, data, size, flags);
+}
+
+int Shutdown(int fd, int how) {
+  const auto result = Ask(Call::kShutdown, Bytes(fd, 0, how));
+  return result ? static_cast<int>(*result) : Next().shutdown(fd, how);
+}
+
+int Socket(int domain, int type, int protocol) {
+  const auto result = Ask(Call::kSocket, Bytes(domain, static_cast<size_t>(protocol), type));
+  return result ? static_cast<int>(*result) : Next().socket(domain, type, protocol);
+}
+
+}  // namespace zav::test

@@ -1,0 +1,66 @@
+#include "support/ThisProcess.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+namespace zav::test {
+namespace {
+
+std::set<int> Numbers(const char* directory) {
+  std::set<int> numbers;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    numbers.insert(std::stoi(entry.path().filename()));
+  }
+  return numbers;
+}
+
+}  // namespace
+
+std::set<int> ThreadIds() {
+  return Numbers("/proc/self/task");
+}
+
+std::uint64_t BlockedSignals(int thread) {
+  const std::string name = "SigBlk:";
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name)) return std::stoull(line.substr(name.size()), nullptr, 16);
+  }
+  return 0;
+}
+
+std::set<int> Descriptors() {
+  std::set<int> open = Numbers("/proc/self/fd");
+  // The one that the listing itself had.
+  std::erase_if(open, [](int fd) { return fcntl(fd, F_GETFD) == -1; });
+  return open;
+}
+
+bool IsCloseOnExec(int descriptor) {
+  return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+bool IsMapped(const std::string& name) {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.find(name) != std::string::npos) return true;
+  }
+  return false;
+}
+
+bool OccupyDescriptorsBelow(int number) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = std::min(limit.rlim_max, static_cast<rlim_t>(number) + 1000);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  int last = 0;
+  while (last != -1 && last < number) last = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  return last != -1;
+}
+
+}  // namespace zav::test

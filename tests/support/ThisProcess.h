@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <string>
+
+/// What the kernel says of the process that runs the test.
+namespace zav::test {
+
+/// The threads that run now. One that was joined may be listed for a moment yet.
+std::set<int> ThreadIds();
+
+/// The signals that a thread blocks: bit N - 1 for signal N. None for a thread that is gone.
+std::uint64_t BlockedSignals(int thread);
+
+/// The descriptors that are open.
+std::set<int> Descriptors();
+bool IsCloseOnExec(int descriptor);
+
+/// Whether a file of that name is mapped, as a library that is loaded is.
+bool IsMapped(const std::string& name);
+
+/// Opens so many descriptors that the next one is at least `number`, the limit being raised to make room.
+/// @return whether there was room.
+bool OccupyDescriptorsBelow(int number);
+
+}  // namespace zav::test

@@ -1,0 +1,593 @@
+#include "common/DBStorage.h"
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <climits>
+#include <filesystem>
+
+#include "support/Device.h"
+#include "support/LogRecorder.h"
+#include "support/Surroundings.h"
+#include "support/ThisProcess.h"
+
+namespace zav::test {
+namespace {
+
+namespace fs = std::filesystem;
+using common::Component;
+using common::DBStorage;
+using common::PYXPlugin;
+using testing::_;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::Pair;
+
+using Lines = std::vector<testing::Matcher<LogEntry>>;
+
+const auto kUnknown = static_cast<Component>(1);
+const std::string kDamaged = kDatabase + ".damaged";
+const char* const kNotOpen = "Storage handler was not initialized";
+
+testing::Matcher<LogEntry> StorageLine(int priority, const std::string& function,
+                                       const testing::Matcher<std::string>& message) {
+  return PluginLine(priority, "DBStorage.cpp", function, message);
+}
+
+testing::Matcher<LogEntry> FileLine(int priority, const std::string& function,
+                                    const testing::Matcher<std::string>& message) {
+  return PluginLine(priority, "FileHelper.cpp", function, message);
+}
+
+/// The line of a database that is opened where its directory is.
+testing::Matcher<LogEntry> DirectoryThere() {
+  return FileLine(kDebug, "createDirectory", "directory: " + kStorageDirectory + " exist");
+}
+
+testing::Matcher<LogEntry> Deleted(const std::string& path) {
+  return FileLine(kDebug, "deleteFile", "delete file: " + path + " success");
+}
+
+/// The lines of a file copy that succeeds.
+Lines Copied(const std::string& from, const std::string& to) {
+  return {FileLine(kDebug, "copyFile", "file: " + from + " size is " + std::to_string(fs::file_size(from)) + " bytes"),
+          FileLine(kDebug, "copyFile", "copy from file: " + from + "\n       to file: " + to + "\nsuccess"),
+          FileLine(kDebug, "copyFile", testing::ContainsRegex("^chmod [0-9]+ success$"))};
+}
+
+Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
+
+/// The content of the rollback journal of a transaction on the database that has not ended.
+std::string HotJournal() {
+  sqlite3* database = nullptr;
+  EXPECT_EQ(sqlite3_open(kDatabase.c_str(), &database), SQLITE_OK);
+  // Not synced, the journal is complete at every moment.
+  const char* const begin =
+      "PRAGMA journal_mode = DELETE; PRAGMA synchronous = OFF; BEGIN IMMEDIATE; "
+      "UPDATE PYXPlugin SET value = 'unfinished';";
+  EXPECT_EQ(sqlite3_exec(database, begin, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(database);
+  std::string journal = ReadFile(kJournal);
+  sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(database);
+  return journal;
+}
+
+class ADatabase : public testing::Test {
+ protected:
+  void SetUp() override { MakeStorageParent(); }
+
+  /// Opens it with its table in place, and forgets the lines so far.
+  void Open() {
+    storage.InitHandler();
+    ASSERT_EQ(storage.CheckTables(), -51);
+    LogRecorder::Clear();
+  }
+
+  void OpenWithRow(const std::string& name, const std::string& value) {
+    Open();
+    ASSERT_EQ(storage.WritePolicy(PYXPlugin, name, value), 0);
+    LogRecorder::Clear();
+  }
+
+  std::string Read(const std::string& name) {
+    std::string value = "unread";
+    EXPECT_EQ(storage.ReadPolicy(PYXPlugin, name, value), 0);
+    return value;
+  }
+
+  /// Every operation that needs an open connection answers so, under its own name.
+  void ExpectClosed() {
+    LogRecorder::Clear();
+    std::string value = "untouched";
+    EXPECT_EQ(storage.CreateTable(PYXPlugin), -50);
+    EXPECT_EQ(storage.CheckTables(), -50);
+    EXPECT_EQ(storage.RestoreTable(PYXPlugin), -50);
+    EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "b"), -50);
+    EXPECT_EQ(storage.ReadPolicy(PYXPlugin, "a", value), -50);
+    EXPECT_EQ(value, "untouched");
+    EXPECT_THAT(LogRecorder::Lines(),
+                ElementsAre(StorageLine(kError, "CreateTable", kNotOpen), StorageLine(kError, "CheckTables", kNotOpen),
+                            StorageLine(kError, "RestoreTable", kNotOpen), StorageLine(kError, "WritePolicy", kNotOpen),
+                            StorageLine(kError, "ReadPolicy", kNotOpen)));
+  }
+
+  DBStorage storage;
+};
+
+class ANewDevice : public ADatabase {};
+class ARow : public ADatabase {};
+class AMissingTable : public ADatabase {};
+class AnUnknownComponent : public ADatabase {};
+class TheBackup : public ADatabase {};
+class RestoringTheBackup : public ADatabase {};
+class AClosedDatabase : public ADatabase {};
+class ADamagedDatabaseFile : public ADatabase {};
+
+// ---- opening
+
+TEST_F(ANewDevice, GetsItsDirectoryAnEmptyDatabaseAndThenItsTable) {
+  storage.InitHandler();
+  EXPECT_TRUE(fs::is_directory(kStorageDirectory));
+  EXPECT_TRUE(FileExists(kDatabase));
+  EXPECT_EQ(Sql("SELECT count(*) FROM sqlite_master"), "0");
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_EQ(Sql("SELECT name FROM sqlite_master"), "PYXPlugin");
+  EXPECT_EQ(storage.CheckTables(), 0);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(FileLine(kDebug, "createDirectory",
+                                                         "directory: " + kStorageDirectory + " created successfully"),
+                                                StorageLine(kDebug, "CheckTables", "Table [PYXPlugin] is present")));
+}
+
+TEST_F(ANewDevice, HasTheSchemaWithItsRunsOfBlanks) {
+  Open();
+  const auto blanks = [](size_t count) { return std::string(count, ' '); };
+  EXPECT_EQ(Sql("SELECT sql FROM sqlite_master WHERE name = 'PYXPlugin'"),
+            "CREATE TABLE PYXPlugin (name" + blanks(8) + "TEXT NOT NULL," + blanks(33) + "value" + blanks(7) + "TEXT," +
+                blanks(42) + "PRIMARY KEY (name) ON CONFLICT REPLACE)");
+}
+
+TEST_F(ANewDevice, WithoutTheParentOfTheDirectoryStaysClosed) {
+  fs::remove_all("/opt/data");
+  storage.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(FileLine(kWarning, "createDirectory", "could not create a directory: " + kStorageDirectory)));
+  ExpectClosed();
+}
+
+TEST_F(ANewDevice, WithAFileInTheDirectorysPlaceStaysClosed) {
+  WriteFile(kStorageDirectory, "file");
+  storage.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(FileLine(kWarning, "createDirectory", kStorageDirectory + " is not a directory")));
+  ExpectClosed();
+}
+
+TEST_F(ADatabase, ThatIsOpenIsNotOpenedAgain) {
+  Open();
+  const auto before = Descriptors();
+  storage.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_EQ(Descriptors(), before);
+}
+
+TEST_F(ADatabase, ThatCannotBeOpenedStaysClosedWithSqlitesReasonAndLeavesNoDescriptor) {
+  fs::create_directories(kDatabase);
+  const auto before = Descriptors();
+  storage.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(DirectoryThere(), StorageLine(kError, "InitHandler",
+                                                        "Failed to initialize handler: unable to open database file")));
+  EXPECT_EQ(Descriptors(), before);
+  EXPECT_TRUE(fs::is_directory(kDatabase));
+  ExpectClosed();
+}
+
+TEST_F(ADatabase, IsOpenedAgainByAReset) {
+  OpenWithRow("a", "1");
+  const auto before = Descriptors();
+  storage.Reset();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(DirectoryThere()));
+  EXPECT_EQ(Descriptors(), before);
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(ADatabase, ThatWasClosedIsOpenedByAReset) {
+  storage.Reset();
+  EXPECT_EQ(storage.CheckTables(), -51);
+}
+
+TEST_F(ADatabase, WhoseFileVanishedIsMadeAnewByAReset) {
+  OpenWithRow("a", "1");
+  fs::remove(kDatabase);
+  storage.Reset();
+  EXPECT_EQ(Sql("SELECT count(*) FROM sqlite_master"), "0");
+  EXPECT_EQ(storage.CheckTables(), -51);
+}
+
+TEST_F(ADatabase, EndsItsConnectionWithItself) {
+  const auto before = Descriptors();
+  {
+    DBStorage own;
+    own.InitHandler();
+    EXPECT_NE(Descriptors(), before);
+  }
+  EXPECT_EQ(Descriptors(), before);
+}
+
+// ---- tables
+
+TEST_F(ADatabase, WithForeignTablesFindsItsOwn) {
+  MakeStorageDirectory();
+  Sql("CREATE TABLE pyxplugin2 (a)");
+  Sql("CREATE TABLE PYX (a)");
+  storage.InitHandler();
+  LogRecorder::Clear();
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_EQ(storage.CheckTables(), 0);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kDebug, "CheckTables", "Table [PYXPlugin] is present")));
+}
+
+TEST_F(ADatabase, WhoseTableDiffersInCaseTakesItForAnotherOne) {
+  MakeStorageDirectory();
+  Sql("CREATE TABLE pyxplugin (a)");
+  storage.InitHandler();
+  LogRecorder::Clear();
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
+TEST_F(ADatabase, WithAnIndexOfTheTablesNameCannotMakeTheTable) {
+  MakeStorageDirectory();
+  Sql("CREATE TABLE other (a)");
+  Sql("CREATE INDEX PYXPlugin ON other(a)");
+  storage.InitHandler();
+  LogRecorder::Clear();
+  EXPECT_EQ(storage.CheckTables(), -50);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kError, "CreateTable",
+                                      "Failed to create table: there is already an index named PYXPlugin")));
+}
+
+TEST_F(ADatabase, MakesATableOnlyOnce) {
+  OpenWithRow("a", "1");
+  EXPECT_EQ(storage.CreateTable(PYXPlugin), 0);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(ADatabase, WhoseTableExistsIsNotGivenAnother) {
+  OpenWithRow("a", "1");
+  EXPECT_EQ(storage.RestoreTable(PYXPlugin), 0);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kDebug, "RestoreTable", "Table already exists")));
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(AMissingTable, FailsTheWriteIsRestoredAndTheRetrySucceeds) {
+  Open();
+  Sql("DROP TABLE PYXPlugin");
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), -51);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kWarning, "WritePolicy", "Table PYXPlugin is not created yet")));
+  LogRecorder::Clear();
+  EXPECT_EQ(storage.RestoreTable(PYXPlugin), 0);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), 0);
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "1")));
+}
+
+TEST_F(AMissingTable, FailsTheReadAndLeavesTheValueEmpty) {
+  Open();
+  Sql("DROP TABLE PYXPlugin");
+  std::string value = "earlier";
+  EXPECT_EQ(storage.ReadPolicy(PYXPlugin, "a", value), -51);
+  EXPECT_EQ(value, "");
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kWarning, "ReadPolicy", "Table PYXPlugin is not created yet")));
+}
+
+TEST_F(AMissingTable, IsFoundMissingByTheNextCheck) {
+  Open();
+  Sql("DROP TABLE PYXPlugin");
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_EQ(storage.CheckTables(), 0);
+}
+
+TEST_F(AnUnknownComponent, FailsEveryOperationWithASyntaxError) {
+  Open();
+  for (const auto component : {kUnknown, static_cast<Component>(-1), static_cast<Component>(INT_MAX)}) {
+    LogRecorder::Clear();
+    std::string value = "earlier";
+    EXPECT_EQ(storage.CreateTable(component), -50);
+    EXPECT_EQ(storage.RestoreTable(component), -50);
+    EXPECT_EQ(storage.WritePolicy(component, "a", "1"), -50);
+    EXPECT_EQ(storage.ReadPolicy(component, "a", value), -50);
+    EXPECT_EQ(value, "");
+    EXPECT_THAT(LogRecorder::Lines(),
+                ElementsAre(StorageLine(kError, "CreateTable", "Failed to create table: near \"(\": syntax error"),
+                            StorageLine(kError, "CreateTable", "Failed to create table: near \"(\": syntax error"),
+                            StorageLine(kError, "WritePolicy", "Failed to write [a], near \"(\": syntax error"),
+                            StorageLine(kError, "ReadPolicy", "Failed to read [a]: near \"WHERE\": syntax error")));
+  }
+}
+
+// ---- rows
+
+TEST_F(ARow, WrittenTwiceHoldsTheSecondValue) {
+  Open();
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "first"), 0);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "second"), 0);
+  EXPECT_EQ(Sql("SELECT count(*) FROM PYXPlugin"), "1");
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "second")));
+}
+
+TEST_F(ARow, ThatWasNeverWrittenReadsAsEmptyTextAndLogsNothing) {
+  OpenWithRow("a", "1");
+  std::string value = "earlier";
+  EXPECT_EQ(storage.ReadPolicy(PYXPlugin, "b", value), -46);
+  EXPECT_EQ(value, "");
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
+TEST_F(ARow, IsReadBackWithALine) {
+  OpenWithRow("Storage", "{\"a\":1}\n");
+  EXPECT_EQ(Read("Storage"), "{\"a\":1}\n");
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kDebug, "ReadPolicy", "Successfully read [Storage]")));
+}
+
+TEST_F(ARow, KeepsTextOfEveryKind) {
+  using namespace std::string_literals;
+  Open();
+  for (const std::string& text :
+       {""s, "a\0b"s, "'; DROP TABLE PYXPlugin; --"s, "\xff\xfe"s, std::string(300'000, 'x')}) {
+    ASSERT_EQ(storage.WritePolicy(PYXPlugin, text + "name", text), 0);
+    EXPECT_TRUE(Read(text + "name") == text) << text.substr(0, 50);
+  }
+  EXPECT_EQ(Sql("SELECT count(*) FROM PYXPlugin"), "5");
+}
+
+TEST_F(ARow, OfEmptyTextIsTextAndNotNull) {
+  OpenWithRow("a", "");
+  EXPECT_EQ(Sql("SELECT typeof(value) FROM PYXPlugin"), "text");
+}
+
+TEST_F(ARow, OfNullReadsAsEmptyText) {
+  Open();
+  Sql("INSERT INTO PYXPlugin VALUES ('a', NULL)");
+  EXPECT_EQ(Read("a"), "");
+}
+
+TEST_F(ARow, ThatTheDatabaseDoesNotTakeWasNotWritten) {
+  Open();
+  Sql("CREATE TRIGGER refuse BEFORE INSERT ON PYXPlugin BEGIN SELECT RAISE(IGNORE); END");
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), -47);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kError, "WritePolicy", testing::ContainsRegex("^Failed to write \\[a\\], .+"))));
+  EXPECT_FALSE(FileExists(kBackup));
+}
+
+TEST_F(ARow, ThatTheDatabaseRefusesIsAFailureWithItsReason) {
+  OpenWithRow("a", "1");
+  Sql("CREATE TRIGGER refuse BEFORE INSERT ON PYXPlugin BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), -50);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kError, "WritePolicy", "Failed to write [a], refused")));
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(ARow, OfATableWithAnotherColumnFailsTheReadWithTheOtherSeparator) {
+  MakeStorageDirectory();
+  Sql("CREATE TABLE PYXPlugin (name TEXT, other TEXT)");
+  storage.InitHandler();
+  LogRecorder::Clear();
+  std::string value = "earlier";
+  EXPECT_EQ(storage.ReadPolicy(PYXPlugin, "a", value), -50);
+  EXPECT_EQ(value, "");
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kError, "ReadPolicy", "Failed to read [a]: no such column: value")));
+}
+
+TEST_F(ARow, IsThereForAnotherProcessAsSoonAsTheWriteReturns) {
+  OpenWithRow("a", "1");
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "1")));
+}
+
+TEST_F(ARow, ThatFindsTheDiskFullIsNotWrittenAndHarmsNoOther) {
+  MakeStorageDirectory();
+  const SmallDisk disk(kStorageDirectory, 256 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  OpenWithRow("a", "1");
+  const std::string backup = ReadFile(kBackup);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "b", std::string(1'000'000, 'x')), -50);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kError, "WritePolicy", "Failed to write [b], database or disk is full")));
+  EXPECT_EQ(ReadFile(kBackup), backup);
+  EXPECT_EQ(Read("a"), "1");
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "b", "2"), 0);
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "1"), Pair("b", "2")));
+}
+
+// ---- the backup
+
+TEST_F(TheBackup, EqualsTheDatabaseByteForByteAfterEveryWrite) {
+  Open();
+  for (int i = 0; i < 20; ++i) {
+    const std::string value(static_cast<size_t>(i) * 1'500, 'x');
+    ASSERT_EQ(storage.WritePolicy(PYXPlugin, "row" + std::to_string(i % 3), value), 0);
+    const std::string backup = ReadFile(kBackup);
+    EXPECT_FALSE(backup.empty());
+    EXPECT_TRUE(backup == ReadFile(kDatabase)) << i;
+    EXPECT_EQ(Rows(kBackup), Rows()) << i;
+  }
+}
+
+TEST_F(TheBackup, IsCopiedAsTheLastStepOfAWrite) {
+  Open();
+  ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), 0);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAreArray(Copied(kDatabase, kBackup)));
+}
+
+TEST_F(TheBackup, IsMadeByNothingButAWriteThatSucceeded) {
+  Open();
+  std::string value;
+  storage.CheckTables();
+  storage.CreateTable(PYXPlugin);
+  storage.RestoreTable(PYXPlugin);
+  storage.ReadPolicy(PYXPlugin, "a", value);
+  storage.Reset();
+  EXPECT_EQ(storage.WritePolicy(kUnknown, "a", "1"), -50);
+  EXPECT_FALSE(FileExists(kBackup));
+}
+
+TEST_F(TheBackup, ThatCannotBeMadeIsAWarningAndTheWriteASuccess) {
+  Open();
+  fs::create_directory(kBackup);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), 0);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(FileLine(kDebug, "copyFile", _),
+                          FileLine(kWarning, "copyFile", "could not open or create dst: " + kBackup),
+                          StorageLine(kWarning, "Backup", "Failed to backup DB")));
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "1")));
+}
+
+TEST_F(TheBackup, ThatFindsTheDiskFullIsAWarningAndTheWriteASuccess) {
+  MakeStorageDirectory();
+  SmallDisk disk(kStorageDirectory, 1024 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  OpenWithRow("a", "1");
+  // The second of these brings the journal to its full size.
+  for (const char letter : {'u', 'v'}) ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", std::string(50'000, letter)), 0);
+  fs::remove(kBackup);
+  LogRecorder::Clear();
+  const auto free = static_cast<unsigned>(fs::space(kStorageDirectory).free);
+  disk.Resize(1024 * 1024 - free + 4096);
+  const std::string value(50'000, 'w');
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(LogRecorder::Count("Failed to backup DB"), 1);
+  EXPECT_TRUE(Read("a") == value);
+}
+
+TEST_F(RestoringTheBackup, WithoutOneFailsWithTheDatabaseGoneAndClosed) {
+  Open();
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(Deleted(kDatabase),
+                          FileLine(kWarning, "copyFile", "could not take info (lstat) about src: " + kBackup),
+                          StorageLine(kWarning, "RestoreBackup", "Failed to restore backup")));
+  EXPECT_FALSE(FileExists(kDatabase));
+  ExpectClosed();
+  storage.Reset();
+  EXPECT_EQ(storage.CheckTables(), -51);
+}
+
+TEST_F(RestoringTheBackup, BringsBackWhatTheLastSuccessfulWriteLeft) {
+  OpenWithRow("a", "1");
+  Sql("DELETE FROM PYXPlugin");
+  Sql("CREATE TABLE other (a)");
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAreArray(Lines{Deleted(kDatabase)} + Copied(kBackup, kDatabase) + Lines{DirectoryThere()}));
+  EXPECT_EQ(Read("a"), "1");
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "1")));
+  EXPECT_EQ(Sql("SELECT count(*) FROM sqlite_master WHERE name = 'other'"), "0");
+}
+
+TEST_F(RestoringTheBackup, OfADatabaseThatVanishedSucceedsAfterAWarning) {
+  OpenWithRow("a", "1");
+  fs::remove(kDatabase);
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAreArray(Lines{FileLine(kWarning, "deleteFile", "delete file: " + kDatabase + " failed")} +
+                               Copied(kBackup, kDatabase) + Lines{DirectoryThere()}));
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(RestoringTheBackup, WorksWithoutAnOpenDatabase) {
+  OpenWithRow("a", "1");
+  DBStorage fresh;
+  EXPECT_EQ(fresh.RestoreBackup(), 0);
+  std::string value;
+  EXPECT_EQ(fresh.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "1");
+}
+
+TEST_F(RestoringTheBackup, RemovesTheJournalOfTheOldDatabaseFirst) {
+  OpenWithRow("a", "old");
+  const std::string journal = HotJournal();
+  ASSERT_FALSE(journal.empty());
+  ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", "new"), 0);
+  WriteFile(kJournal, journal);
+  LogRecorder::Clear();
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAreArray(Lines{Deleted(kDatabase)} + Copied(kBackup, kDatabase) + Lines{DirectoryThere()}));
+  EXPECT_EQ(Read("a"), "new");
+}
+
+TEST_F(RestoringTheBackup, ThatIsDamagedIsASuccessThatLeavesTheDatabaseClosed) {
+  OpenWithRow("a", "1");
+  WriteFile(kBackup, std::string(8192, 'x'));
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_THAT(
+      LogRecorder::Lines(),
+      testing::Contains(StorageLine(kError, "InitHandler", "Failed to initialize handler: file is not a database")));
+  ExpectClosed();
+}
+
+TEST_F(RestoringTheBackup, LeavesNoDescriptorOfTheOldDatabase) {
+  OpenWithRow("a", "1");
+  const auto before = Descriptors();
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Descriptors(), before);
+}
+
+// ---- closed
+
+TEST_F(AClosedDatabase, FailsEveryOperationBeforeItIsOpenedAndAfterOpeningFailed) {
+  ExpectClosed();
+  fs::create_directories(kDatabase);
+  storage.InitHandler();
+  ExpectClosed();
+}
+
+TEST_F(AClosedDatabase, TouchesNoFile) {
+  MakeStorageDirectory();
+  ExpectClosed();
+  EXPECT_TRUE(fs::is_empty(kStorageDirectory));
+}
+
+// ---- damage
+
+TEST_F(ADamagedDatabaseFile, IsSetAsideAndTheNextOpeningStartsClean) {
+  MakeStorageDirectory();
+  const std::string damaged(8192, 'x');
+  WriteFile(kDatabase, damaged);
+  storage.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(DirectoryThere(),
+                          StorageLine(kError, "InitHandler", "Failed to initialize handler: file is not a database")));
+  EXPECT_FALSE(FileExists(kDatabase));
+  EXPECT_EQ(ReadFile(kDamaged), damaged);
+  ExpectClosed();
+  storage.Reset();
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "1"), 0);
+  EXPECT_EQ(ReadFile(kDamaged), damaged);
+}
+
+TEST_F(ADamagedDatabaseFile, FailsTheReadWhileItIsOpenAndComesBackFromTheBackup) {
+  OpenWithRow("a", "1");
+  WriteFile(kDatabase, std::string(8192, 'x'));
+  std::string value;
+  EXPECT_EQ(storage.ReadPolicy(PYXPlugin, "a", value), -50);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kError, "ReadPolicy", "Failed to read [a]: file is not a database")));
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Read("a"), "1");
+}
+
+}  // namespace
+}  // namespace zav::test

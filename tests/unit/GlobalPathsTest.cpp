@@ -1,0 +1,78 @@
+#include "common/GlobalPaths.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "support/Device.h"
+#include "support/LogRecorder.h"
+#include "support/Surroundings.h"
+
+namespace zav::test {
+namespace {
+
+using common::makeDir;
+using testing::ElementsAre;
+
+auto MakeDirLine(int priority, const std::string& message) {
+  return PluginLine(priority, "GlobalPaths.cpp", "makeDir", message);
+}
+
+TEST(TheSharedPaths, AreTheFixedOnes) {
+  EXPECT_EQ(common::runPath, "/tmp/zav-pyx-plugin");
+  EXPECT_EQ(common::dataPath, "");
+  EXPECT_EQ(common::storagePath, "");
+}
+
+class AServiceDirectory : public testing::Test {
+ protected:
+  ScratchDirectory scratch;
+  const std::string path = scratch + "/run";
+};
+
+TEST_F(AServiceDirectory, IsMadeAndTheResultOfTheCallLogged) {
+  EXPECT_TRUE(makeDir(path));
+  EXPECT_TRUE(std::filesystem::is_directory(path));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kDebug, path + " : 0")));
+}
+
+TEST_F(AServiceDirectory, IsNotWritableForOthers) {
+  const Umask all(0);
+  ASSERT_TRUE(makeDir(path));
+  EXPECT_EQ(PermissionsOf(path), 0755u);
+}
+
+TEST_F(AServiceDirectory, HasFewerPermissionsWhereTheMaskTakesThem) {
+  const Umask mine(077);
+  ASSERT_TRUE(makeDir(path));
+  EXPECT_EQ(PermissionsOf(path), 0700u);
+}
+
+TEST_F(AServiceDirectory, ThatExistsIsASuccess) {
+  std::filesystem::create_directory(path);
+  EXPECT_TRUE(makeDir(path));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kDebug, path + " : -1")));
+}
+
+TEST_F(AServiceDirectory, CountsAsThereWhenAFileHasItsName) {
+  WriteFile(path, "file");
+  EXPECT_TRUE(makeDir(path));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kDebug, path + " : -1")));
+}
+
+TEST_F(AServiceDirectory, WithoutAParentIsAFailureThatNamesTheReason) {
+  EXPECT_FALSE(makeDir(path + "/deeper"));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kError, path + "/deeper : No such file or directory")));
+  EXPECT_FALSE(FileExists(path));
+}
+
+TEST_F(AServiceDirectory, FailsWithTheReasonOfItsOwnCallWhateverErrnoWasBefore) {
+  const std::string name = path + std::string(300, 'x');
+  errno = EEXIST;
+  EXPECT_FALSE(makeDir(name));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kError, name + " : File name too long")));
+}
+
+}  // namespace
+}  // namespace zav::test

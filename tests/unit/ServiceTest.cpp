@@ -1,0 +1,753 @@
+#include "ipc/service/Service.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "pyx/State.h"
+#include "support/Device.h"
+#include "support/LogRecorder.h"
+#include "support/OddClients.h"
+#include "support/RawClient.h"
+#include "support/SystemCalls.h"
+#include "support/ThisProcess.h"
+#include "support/WaitUntil.h"
+
+namespace zav::test {
+namespace {
+
+using ipc::Method;
+using ipc::Service;
+using ipc::serviceBusy;
+using ipc::serviceMutex;
+using pyx::State;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+const std::string kListenerType = "N3zav3ipc13SocketServiceE";
+const std::string kSocketType = "N3zav3ipc6SocketE";
+constexpr int kNoMethod = 99;
+
+std::string Text(int error) {
+  return std::strerror(error);
+}
+
+testing::Matcher<LogEntry> Line(int priority, const std::string& function,
+                                const testing::Matcher<std::string>& message) {
+  return PluginLine(priority, "Service.cpp", function, message);
+}
+
+const testing::Matcher<LogEntry> kListening =
+    PluginLine(kInfo, "SocketService.cpp", "listen", MatchesRegex("listening socket : [0-9]+"));
+const testing::Matcher<LogEntry> kStarted = Line(kInfo, "start", "PYXPlugin service started");
+const testing::Matcher<LogEntry> kStopped = Line(kInfo, "start", "PYXPlugin service stopped");
+const testing::Matcher<LogEntry> kBindFailed =
+    PluginLine(kError, "SocketService.cpp", "listen", "bind failed! No such file or directory");
+const testing::Matcher<LogEntry> kExisted =
+    PluginLine(kWarning, "Socket.cpp", "create", MatchesRegex(kListenerType + ".existed . socket : [0-9]+"));
+
+testing::Matcher<LogEntry> Closed(const testing::Matcher<std::string>& message) {
+  return PluginLine(kDebug, "Socket.cpp", "~Socket", message);
+}
+
+bool TokenIsFree() {
+  if (!serviceMutex.try_lock()) return false;
+  serviceMutex.unlock();
+  return true;
+}
+
+int Refusals() {
+  const auto lines = LogRecorder::Lines();
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(),
+                                        [](const LogEntry& line) { return line.message.starts_with("SHUTDOWN : "); }));
+}
+
+/// A client that asks for the feature's state. @return whether it was answered; the service may be busy at first.
+bool IsAnswered() {
+  RawClient client;
+  return client.SendHeader(Method::kGetPyxState) && client.Receive(ipc::StatePackage::kSize).has_value();
+}
+
+/// The service on a device that has everything, run as its manager would.
+class AService : public testing::Test {
+ protected:
+  AService() {
+    WriteDefaultPolicy(UsualPolicies());
+    MakeRunDirectory();
+  }
+  ~AService() override { Stop(); }
+
+  void Run() {
+    service->prepare();
+    runner = std::thread([this] { service->start(); });
+  }
+  void Start() {
+    LogRecorder::Clear();
+    Run();
+    ASSERT_TRUE(LogRecorder::WaitFor("PYXPlugin service started"));
+  }
+  void Stop() {
+    if (!runner.joinable()) return;
+    service->stop();
+    runner.join();
+  }
+
+  std::unique_ptr<Service> service = std::make_unique<Service>();
+  std::thread runner;
+};
+
+class AServiceThatRuns : public AService {
+ protected:
+  AServiceThatRuns() {
+    Start();
+    LogRecorder::Clear();
+  }
+};
+
+class AServiceWithoutItsRunDirectory : public AService {
+ protected:
+  AServiceWithoutItsRunDirectory() { rmdir(kRunDirectory.c_str()); }
+};
+
+// Start and stop
+
+TEST_F(AService, SaysThatItStartedAndThatItStopped) {
+  Start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted));
+  Stop();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted, kStopped));
+}
+
+TEST_F(AServiceWithoutItsRunDirectory, ReturnsAtOnceWithoutServing) {
+  service->prepare();
+  service->start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kBindFailed));
+}
+
+TEST_F(AService, ReturnsAtOnceWithoutADescriptor) {
+  const CallHook hook(Call::kSocket, Fail(EMFILE));
+  service->prepare();
+  service->start();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(PluginLine(kError, "Socket.cpp", "create",
+                                     kListenerType + " -1 socket descriptor error:" + Text(EMFILE)),
+                          PluginLine(kError, "SocketService.cpp", "listen", Text(EMFILE))));
+}
+
+TEST_F(AService, DoesNotServeWhenAStopCameBeforeItsLoop) {
+  service->prepare();
+  service->stop();
+  LogRecorder::Clear();
+  service->start();
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+TEST_F(AService, ClearsTheBusyFlagWhenItStarts) {
+  serviceBusy = true;
+  Start();
+  EXPECT_FALSE(serviceBusy);
+}
+
+TEST_F(AService, ServesAgainAfterAStopWithoutAWordAboutItsOldSocket) {
+  Start();
+  Stop();
+  Start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted));
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceWithoutItsRunDirectory, TakesItsUnusedDescriptorTheNextTimeAndSaysSo) {
+  service->prepare();
+  service->start();
+  MakeRunDirectory();
+  Start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kExisted, kListening, kStarted));
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceWithoutItsRunDirectory, RetiresADescriptorThatAStopShutBeforeItWasBound) {
+  service->prepare();
+  service->start();
+  service->stop();
+  MakeRunDirectory();
+  Start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted));
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceThatRuns, IsShutByAStopOnlyWithTheTokenInItsHand) {
+  serviceMutex.lock();
+  auto stopping = std::async(std::launch::async, [this] { service->stop(); });
+  EXPECT_EQ(stopping.wait_for(milliseconds(300)), std::future_status::timeout);
+  EXPECT_TRUE(serviceBusy);
+  serviceMutex.unlock();
+  stopping.get();
+  runner.join();
+  EXPECT_TRUE(TokenIsFree());
+}
+
+TEST_F(AServiceThatRuns, RemovesItsSocketFileAtItsEnd) {
+  Stop();
+  service.reset();
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+TEST_F(AService, LeavesNoThreadAndNoDescriptorBehind) {
+  // The database's descriptor stays with the policies.
+  State::Instance();
+  const auto threads = ThreadIds();
+  service.reset();
+  const auto descriptors = Descriptors();
+  service = std::make_unique<Service>();
+  Start();
+  for (int request = 0; request < 10; ++request) EXPECT_TRUE(IsAnswered());
+  {
+    const auto stuck = MakeStuckClient(Stuck::kSilent);
+    RawClient refused;
+    EXPECT_TRUE(refused.EndsWithoutAnswer());
+  }
+  Stop();
+  service.reset();
+  EXPECT_TRUE(WaitUntil([&] { return ThreadIds() == threads; }));
+  EXPECT_EQ(Descriptors(), descriptors);
+}
+
+// One connection
+
+TEST_F(AServiceThatRuns, LogsAConnectionFromItsHeaderToItsEnd) {
+  RawClient client;
+  ASSERT_TRUE(client.SendHeader(kNoMethod, ipc::kHeaderTag, 7));
+  EXPECT_TRUE(client.EndsWithoutAnswer());
+  EXPECT_TRUE(WaitUntil(TokenIsFree));
+  const auto lines = LogRecorder::Lines();
+  ASSERT_FALSE(lines.empty());
+  const std::string fd = lines[0].message.substr(0, lines[0].message.find(' '));
+  EXPECT_GT(std::stoi(fd), 2);
+  EXPECT_THAT(lines, ElementsAre(Line(kDebug, "serve", fd + " method : 99 module : 7"),
+                                 Line(kError, "switchMethod", "not implemented"), Closed(kSocketType + " : " + fd)));
+}
+
+TEST_F(AServiceThatRuns, RefusesAHeaderWithAnotherTagWithOnlyAnErrorLine) {
+  for (const std::int32_t tag : {0, 7, 9, -8}) {
+    SCOPED_TRACE(tag);
+    LogRecorder::Clear();
+    RawClient client;
+    ASSERT_TRUE(client.SendHeader(static_cast<std::int32_t>(Method::kGetPyxState), tag));
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+    EXPECT_TRUE(WaitUntil(TokenIsFree));
+    EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Line(kError, "serve", MatchesRegex("[0-9]+ [A-Z].*")),
+                                                  Closed(MatchesRegex(kSocketType + " : [0-9]+"))));
+  }
+}
+
+TEST_F(AServiceThatRuns, RefusesAHeaderThatDoesNotComeInOnePiece) {
+  RawClient client;
+  ASSERT_TRUE(client.Send("12345678", 8));
+  EXPECT_TRUE(client.EndsWithoutAnswer());
+  EXPECT_TRUE(WaitUntil(TokenIsFree));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(PluginLine(kError, "Socket.cpp", "analyseResult",
+                                                           MatchesRegex(kSocketType + " [0-9]+ size wrong : 8 != 16")),
+                                                Line(kError, "serve", MatchesRegex("[0-9]+ [A-Z].*")),
+                                                Closed(MatchesRegex(kSocketType + " : [0-9]+"))));
+}
+
+TEST(ADirectlyServedConnection, WithoutADescriptorEndsWithTheErrorLine) {
+  Service().serve(-1);
+  EXPECT_THAT(LogRecorder::Lines(), testing::IsSupersetOf({Line(kError, "serve", testing::StartsWith("-1 ")),
+                                                           PluginLine(kError, "Socket.cpp", "~Socket",
+                                                                      kSocketType + " socket descriptor is wrong")}));
+}
+
+TEST_F(AServiceThatRuns, EndsARequestWhoseMethodThrowsAndNothingElse) {
+  std::remove(kDefaultPolicy.c_str());
+  RawClient client;
+  ASSERT_TRUE(client.SendHeader(Method::kGetPyxState));
+  EXPECT_TRUE(client.EndsWithoutAnswer());
+  EXPECT_THAT(LogRecorder::Lines(), testing::Contains(Line(kError, "serve", "Default policy is empty")));
+  // The next one tries again.
+  WriteDefaultPolicy(UsualPolicies());
+  EXPECT_TRUE(WaitUntil(IsAnswered));
+}
+
+TEST_F(AServiceThatRuns, EndsARequestThatThrowsAnythingAndNothingElse) {
+  {
+    std::atomic<bool> thrown{false};
+    const CallHook hook(Call::kRecv, [&](const CallArguments& call) -> std::optional<long> {
+      if (call.size == ipc::Header::kSize && !thrown.exchange(true)) throw 42;
+      return std::nullopt;
+    });
+    RawClient client;
+    ASSERT_TRUE(client.SendHeader(kNoMethod));
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+    EXPECT_TRUE(thrown);
+  }
+  EXPECT_TRUE(WaitUntil(IsAnswered));
+}
+
+/// How a connection ends, and what its client sends to that end.
+struct Ending {
+  const char* name;
+  bool hasDescriptor;
+  std::int32_t method;
+  std::int32_t tag;
+  size_t sent;
+  bool hasPolicy;
+};
+
+std::ostream& operator<<(std::ostream& out, const Ending& ending) {
+  return out << ending.name;
+}
+
+class AConnectionsEnd : public testing::TestWithParam<Ending> {};
+INSTANTIATE_TEST_SUITE_P(
+    Whatever, AConnectionsEnd,
+    testing::Values(Ending{"NoDescriptor", false, 0, 8, 0, true}, Ending{"ClientIsGone", true, 4, 8, 0, true},
+                    Ending{"HalfAHeader", true, 4, 8, 8, true}, Ending{"WrongTag", true, 4, 9, 16, true},
+                    Ending{"UnknownMethod", true, kNoMethod, 8, 16, true}, Ending{"Answer", true, 4, 8, 16, true},
+                    Ending{"NothingAfterTheHeader", true, 6, 8, 16, true},
+                    Ending{"MethodThrows", true, 4, 8, 16, false}),
+    [](const auto& each) { return each.param.name; });
+
+TEST_P(AConnectionsEnd, ClosesItAndReleasesTheService) {
+  const Ending& ending = GetParam();
+  MakeStorageDirectory();
+  if (ending.hasPolicy) WriteDefaultPolicy(UsualPolicies());
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  ipc::Header header;
+  header.method = ending.method;
+  header.tag = ending.tag;
+  ASSERT_EQ(send(ends[1], ipc::Encode(header).data(), ending.sent, 0), static_cast<ssize_t>(ending.sent));
+  shutdown(ends[1], SHUT_WR);
+
+  serviceMutex.lock();
+  serviceBusy = true;
+  Service().serve(ending.hasDescriptor ? ends[0] : -1);
+  EXPECT_FALSE(serviceBusy);
+  EXPECT_TRUE(TokenIsFree());
+  EXPECT_EQ(fcntl(ends[0], F_GETFD) == -1, ending.hasDescriptor);
+}
+
+TEST(ADirectlyServedConnection, IsClosedBeforeTheServiceIsReleased) {
+  Service service;
+  for (int turn = 0; turn < 300; ++turn) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    serviceMutex.lock();
+    std::thread connection([&] { service.serve(ends[0]); });
+    ASSERT_EQ(send(ends[1], ipc::Encode(ipc::Header()).data(), ipc::Header::kSize, 0), 16);
+    serviceMutex.lock();
+    char byte = 0;
+    EXPECT_EQ(recv(ends[1], &byte, 1, MSG_DONTWAIT), 0);
+    serviceMutex.unlock();
+    connection.join();
+    close(ends[1]);
+  }
+}
+
+// Clients that come together
+
+TEST_F(AServiceThatRuns, ShutsASecondClientWhileItServesOne) {
+  const auto first = MakeStuckClient(Stuck::kSilent);
+  RawClient second;
+  EXPECT_TRUE(second.EndsWithoutAnswer());
+  ASSERT_TRUE(WaitUntil([] { return LogRecorder::Lines().size() == 2; }));
+  const auto lines = LogRecorder::Lines();
+  const std::string fd = lines[0].message.substr(lines[0].message.rfind(' ') + 1);
+  EXPECT_GT(std::stoi(fd), 2);
+  EXPECT_THAT(lines, ElementsAre(Line(kInfo, "start", "SHUTDOWN : " + fd), Closed(kSocketType + " : " + fd)));
+  // The first one is none the worse for it.
+  ASSERT_TRUE(first->SendHeader(Method::kGetPyxState));
+  EXPECT_TRUE(first->Receive(ipc::StatePackage::kSize));
+}
+
+TEST_F(AServiceThatRuns, WaitsAHundredMillisecondsBeforeItShutsASecondClient) {
+  const auto first = MakeStuckClient(Stuck::kSilent);
+  const auto begin = steady_clock::now();
+  RawClient second;
+  EXPECT_TRUE(second.EndsWithoutAnswer());
+  EXPECT_GE(steady_clock::now() - begin, milliseconds(100));
+}
+
+TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
+  // The first one ends as soon as the second was accepted; a machine may be too busy for that in 100 ms, once or twice.
+  const auto secondIsServed = [] {
+    std::promise<void> second;
+    std::atomic<int> accepted{0};
+    std::atomic<bool> holds{true};
+    const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+      if (++accepted == 2) second.set_value();
+      return std::nullopt;
+    });
+    const CallHook receiving(Call::kRecv, [&](const CallArguments& call) -> std::optional<long> {
+      if (call.size == ipc::Header::kSize && holds.exchange(false)) second.get_future().wait();
+      return std::nullopt;
+    });
+    RawClient a;
+    RawClient b;
+    return a.SendHeader(kNoMethod) && b.SendHeader(Method::kGetPyxState) && b.Receive(ipc::StatePackage::kSize);
+  };
+  bool served = false;
+  for (int attempt = 0; attempt < 10 && !served; ++attempt) served = secondIsServed();
+  EXPECT_TRUE(served);
+}
+
+TEST_F(AServiceThatRuns, AnswersClientsOneAfterTheOtherAtFullSpeed) {
+  constexpr int kClients = 2000;
+  int answered = 0;
+  int stalled = 0;
+  ASSERT_TRUE(IsAnswered());
+  for (int client = 0; client < kClients; ++client) {
+    const auto begin = steady_clock::now();
+    if (IsAnswered()) ++answered;
+    if (steady_clock::now() - begin >= milliseconds(100)) ++stalled;
+  }
+  EXPECT_EQ(answered, kClients);
+  EXPECT_EQ(Refusals(), 0);
+  // A missed notification would stall every one of them; a busy machine stalls some.
+  EXPECT_LT(stalled, kClients / 100);
+}
+
+TEST_F(AServiceThatRuns, HasOneConnectionThreadAtATime) {
+  const size_t threads = ThreadIds().size();
+  for (int client = 0; client < 50; ++client) EXPECT_TRUE(IsAnswered());
+  EXPECT_TRUE(WaitUntil([&] { return ThreadIds().size() <= threads + 1; }));
+}
+
+// What goes wrong on the way
+
+TEST_F(AServiceThatRuns, ClosesTheClientWhenNoThreadIsToBeHadAndServesTheNext) {
+  const auto descriptors = Descriptors();
+  {
+    const CallHook hook(Call::kPthreadCreate, Fail(EAGAIN, 1));
+    RawClient client;
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+    EXPECT_TRUE(WaitUntil([] { return TokenIsFree() && !serviceBusy; }));
+  }
+  EXPECT_TRUE(LogRecorder::WaitFor(Text(EAGAIN)));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Line(kWarning, "start", Text(EAGAIN))));
+  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_EQ(Refusals(), 0);
+}
+
+class AWantOf : public AServiceThatRuns, public testing::WithParamInterface<int> {};
+INSTANTIATE_TEST_SUITE_P(Something, AWantOf, testing::Values(EMFILE, ENFILE, ENOBUFS, ENOMEM),
+                         [](const auto& each) { return strerrorname_np(each.param); });
+
+TEST_P(AWantOf, MakesTheServiceWaitAHundredMillisecondsForTheNextTry) {
+  std::mutex mutex;
+  std::vector<steady_clock::time_point> tries;
+  const CallHook hook(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    const std::lock_guard guard(mutex);
+    tries.push_back(steady_clock::now());
+    if (tries.size() > 3) return std::nullopt;
+    errno = GetParam();
+    return -1;
+  });
+  EXPECT_TRUE(IsAnswered());
+  const std::lock_guard guard(mutex);
+  ASSERT_EQ(tries.size(), 4U);
+  for (size_t next = 1; next < tries.size(); ++next) {
+    EXPECT_GE(tries[next] - tries[next - 1], milliseconds(100)) << next;
+  }
+}
+
+TEST_P(AWantOf, DoesNotHoldUpAStop) {
+  std::atomic<int> tries{0};
+  const CallHook hook(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    ++tries;
+    errno = GetParam();
+    return -1;
+  });
+  RawClient client;
+  ASSERT_TRUE(WaitUntil([&] { return tries > 0; }));
+  const auto begin = steady_clock::now();
+  Stop();
+  EXPECT_LT(steady_clock::now() - begin, seconds(1));
+}
+
+TEST_F(AServiceThatRuns, TriesAgainAtOnceWhenNobodyWasThereAnyMore) {
+  for (const int error : {EAGAIN, ECONNABORTED, EINTR}) {
+    SCOPED_TRACE(strerrorname_np(error));
+    const CallHook hook(Call::kAccept4, Fail(error, 2));
+    EXPECT_TRUE(IsAnswered());
+  }
+  EXPECT_EQ(Refusals(), 0);
+}
+
+TEST_F(AService, GoesOnWhenItsWaitEndsForNothing) {
+  std::atomic<int> waits{0};
+  const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
+    errno = EINTR;
+    switch (++waits) {
+      case 1:
+        return -1;
+      case 2:
+        return 0;
+      default:
+        return std::nullopt;
+    }
+  });
+  Start();
+  EXPECT_TRUE(WaitUntil([&] { return waits == 3; }));
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AService, WarnsOfAWaitThatEndsForAnotherDescriptor) {
+  std::atomic<bool> first{true};
+  const CallHook hook(Call::kSelect, [&](const CallArguments& call) -> std::optional<long> {
+    if (!first.exchange(false)) return std::nullopt;
+    FD_ZERO(static_cast<fd_set*>(call.data));
+    return 1;
+  });
+  Start();
+  ASSERT_TRUE(WaitUntil([] { return LogRecorder::Lines().size() == 3; }));
+  const auto lines = LogRecorder::Lines();
+  const std::string listener = lines[0].message.substr(lines[0].message.rfind(' ') + 1);
+  EXPECT_THAT(lines, ElementsAre(kListening, kStarted,
+                                 Line(kWarning, "accept",
+                                      MatchesRegex("unknown case! socket : " + listener + " : 0x[0-9a-f]+"))));
+  EXPECT_TRUE(IsAnswered());
+}
+
+class APassThatThrows : public AService, public testing::WithParamInterface<Call> {};
+INSTANTIATE_TEST_SUITE_P(At, APassThatThrows, testing::Values(Call::kSelect, Call::kAccept4),
+                         [](const auto& each) { return each.param == Call::kSelect ? "TheWait" : "TheClient"; });
+
+TEST_P(APassThatThrows, IsWarnedOfAndFollowedByTheNext) {
+  std::atomic<bool> first{true};
+  const CallHook hook(GetParam(), [&](const CallArguments&) -> std::optional<long> {
+    if (first.exchange(false)) throw std::runtime_error("no luck");
+    return std::nullopt;
+  });
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_THAT(LogRecorder::Lines(), testing::Contains(Line(kWarning, "start", "no luck")));
+}
+
+TEST_F(AService, ListensWithAnotherDescriptorThan0) {
+  close(0);
+  Start();
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceThatRuns, NeitherLeaksNorServesDescriptor0) {
+  {
+    const CallHook hook(Call::kAccept4, [](const CallArguments&) -> std::optional<long> {
+      close(0);
+      return std::nullopt;
+    });
+    RawClient client;
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+  }
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_TRUE(IsAnswered());
+}
+
+// Many descriptors
+
+TEST_F(AService, ServesWithDescriptorsAbove1023) {
+  service.reset();
+  ASSERT_TRUE(OccupyDescriptorsBelow(1030));
+  service = std::make_unique<Service>();
+  std::atomic<int> selects{0};
+  const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
+    ++selects;
+    return std::nullopt;
+  });
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  const auto first = MakeStuckClient(Stuck::kSilent);
+  EXPECT_GT(first->descriptor(), 1023);
+  RawClient second;
+  EXPECT_TRUE(second.EndsWithoutAnswer());
+  Stop();
+  EXPECT_EQ(selects, 0);
+}
+
+TEST_F(AService, ServesWhenOnlyItsListenerIsAbove1023) {
+  ASSERT_TRUE(OccupyDescriptorsBelow(1030));
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AService, WaitsBySelectBelow1024) {
+  std::atomic<int> selects{0};
+  const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
+    ++selects;
+    return std::nullopt;
+  });
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_GT(selects, 0);
+}
+
+// A client's own name
+
+TEST_F(AServiceThatRuns, LeavesAloneTheFileOfAClientWithAName) {
+  const std::string name = "/tmp/client.socket";
+  {
+    ipc::Socket client(ConnectFrom(name));
+    ipc::Header header;
+    header.method = static_cast<std::int32_t>(Method::kGetPyxState);
+    const auto bytes = ipc::Encode(header);
+    ASSERT_EQ(client.sendValue(static_cast<unsigned>(bytes.size()), bytes.data()), 0);
+    ipc::PackageBytes<ipc::StatePackage> answer;
+    EXPECT_EQ(client.receiveData(static_cast<unsigned>(answer.size()), answer.data()), 0);
+  }
+  EXPECT_TRUE(IsAnswered());
+  Stop();
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  Stop();
+  service.reset();
+  EXPECT_TRUE(FileExists(name));
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+// The end of the loop
+
+TEST_F(AServiceThatRuns, RefusesTheClientsThatStillWaitInItsBacklogWhenItEnds) {
+  std::atomic<bool> shut{false};
+  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+    shut = true;
+    return std::nullopt;
+  });
+  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    if (shut) return std::nullopt;
+    errno = EMFILE;
+    return -1;
+  });
+  RawClient clients[3];
+  Stop();
+  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  const auto refusal = Line(kInfo, "start", MatchesRegex("SHUTDOWN : [0-9]+"));
+  const auto closing = Closed(MatchesRegex(kSocketType + " : [0-9]+"));
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(refusal, closing, refusal, closing, refusal, closing, kStopped));
+}
+
+TEST_F(AServiceThatRuns, JoinsItsLastConnectionBeforeItSaysThatItStopped) {
+  ASSERT_TRUE(IsAnswered());
+  LogRecorder::Clear();
+  auto client = MakeStuckClient(Stuck::kInTheMiddleOfAString);
+  Stop();
+  const auto lines = LogRecorder::Lines();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_THAT(lines.back(), kStopped);
+  EXPECT_THAT(lines, testing::Contains(Closed(MatchesRegex(kSocketType + " : [0-9]+"))));
+}
+
+// Threads
+
+TEST_F(AServiceThatRuns, BlocksTheHostsSignalsInItsThreads) {
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  std::set<int> threads = ThreadIds();
+  threads.erase(getpid());
+  int blocking = 0;
+  for (const int thread : threads) {
+    const std::uint64_t blocked = BlockedSignals(thread);
+    bool all = true;
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM, SIGCHLD, SIGPIPE}) {
+      all = all && (blocked >> (signal - 1) & 1) != 0;
+    }
+    if (all) ++blocking;
+  }
+  // The one that accepts and the one that serves.
+  EXPECT_EQ(blocking, 2);
+  EXPECT_EQ(BlockedSignals(getpid()) >> (SIGTERM - 1) & 1, 0U);
+}
+
+// Time
+
+TEST_F(AServiceThatRuns, CutsOffASilentClientAfterThirtySeconds) {
+  const auto begin = steady_clock::now();
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_TRUE(client->EndsWithoutAnswer(seconds(60)));
+  const auto taken = steady_clock::now() - begin;
+  EXPECT_GE(taken, seconds(30));
+  EXPECT_LT(taken, seconds(35));
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceThatRuns, CutsOffAClientThatSendsAByteNowAndThenAfterThirtySeconds) {
+  const auto begin = steady_clock::now();
+  const auto client = MakeStuckClient(Stuck::kInTheMiddleOfAString);
+  // Something to read, an answer or the end, comes when it is cut off.
+  pollfd readable{client->descriptor(), POLLIN, 0};
+  while (poll(&readable, 1, 500) == 0 && steady_clock::now() - begin < seconds(60)) client->Send("x", 1);
+  const auto taken = steady_clock::now() - begin;
+  EXPECT_GE(taken, seconds(30));
+  EXPECT_LT(taken, seconds(35));
+  EXPECT_TRUE(WaitUntil(IsAnswered));
+}
+
+TEST_F(AServiceThatRuns, DoesNotCountItsOwnTimeAgainstAClient) {
+  State& state = State::Instance();
+  RawClient client;
+  std::unique_lock busy(state.Mutex());
+  ASSERT_TRUE(client.SendHeader(Method::kLogThreatUrl) && client.SendString("url") && client.SendString("threat"));
+  EXPECT_FALSE(client.EndsWithoutAnswer(seconds(31)));
+  busy.unlock();
+  EXPECT_EQ(client.ReceiveInt(), 0);
+}
+
+/// Looks at how the accept loop waits.
+class AWaitingService : public AService {
+ protected:
+  std::atomic<int> waits{0};
+  std::atomic<bool> timed{false};
+  CallHook hook{Call::kSelect, [this](const CallArguments& call) -> std::optional<long> {
+                  timed = call.time.has_value();
+                  ++waits;
+                  return std::nullopt;
+                }};
+  /// Whether the loop waits for clients alone, and does so in peace.
+  bool Rests() {
+    if (!WaitUntil([this] { return waits > 0 && !timed; })) return false;
+    const int before = waits;
+    return !WaitUntil([&] { return waits > before; }, milliseconds(300));
+  }
+};
+
+TEST_F(AWaitingService, HasNoTimerBeforeItsFirstClient) {
+  Start();
+  EXPECT_TRUE(Rests());
+  Stop();
+}
+
+TEST_F(AWaitingService, HasATimerOnlyAsLongAsAConnectionIsOpen) {
+  Start();
+  ASSERT_TRUE(IsAnswered());
+  auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_TRUE(WaitUntil([this] { return timed.load(); }));
+  client->Close();
+  EXPECT_TRUE(Rests());
+  Stop();
+}
+
+}  // namespace
+}  // namespace zav::test

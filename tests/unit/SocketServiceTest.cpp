@@ -1,0 +1,301 @@
+#include "ipc/socket/SocketService.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "support/Device.h"
+#include "support/LogRecorder.h"
+#include "support/OddClients.h"
+#include "support/RawClient.h"
+#include "support/Surroundings.h"
+#include "support/SystemCalls.h"
+#include "support/ThisProcess.h"
+
+namespace zav::test {
+namespace {
+
+using ipc::SocketService;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kType = "N3zav3ipc13SocketServiceE";
+
+std::string Text(int error) {
+  return std::strerror(error);
+}
+
+testing::Matcher<LogEntry> Listening(const SocketService& socket) {
+  return PluginLine(kInfo, "SocketService.cpp", "listen", "listening socket : " + std::to_string(socket.descriptor()));
+}
+
+testing::Matcher<LogEntry> ListenError(const std::string& message) {
+  return PluginLine(kError, "SocketService.cpp", "listen", message);
+}
+
+/// A listening socket that shows its address.
+class Listener : public SocketService {
+ public:
+  const sockaddr_un& Address() const { return address; }
+  unsigned AddressLength() const { return addressLength; }
+};
+
+class AListener : public testing::Test {
+ protected:
+  AListener() { MakeRunDirectory(); }
+
+  static unsigned Mode(const std::string& file) {
+    struct stat info {};
+    return stat(file.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+  }
+
+  Listener socket;
+};
+
+std::string TypeOf(const Listener& socket) {
+  const char* const name = typeid(socket).name();
+  return *name == '*' ? name + 1 : name;
+}
+
+bool CanConnect() {
+  const RawClient client;
+  return client.descriptor() != -1;
+}
+
+TEST(AListenersAddress, IsFilledInAtOnce) {
+  const Listener socket;
+  EXPECT_EQ(socket.Address().sun_path, kSocketFile);
+  EXPECT_EQ(socket.AddressLength(), 110U);
+  EXPECT_EQ(socket.descriptor(), -1);
+}
+
+TEST(TheListener, RemovesTheSocketFileOfAnEarlierRun) {
+  MakeRunDirectory();
+  WriteFile(kSocketFile, "stale");
+  const SocketService socket;
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+TEST(TheListener, LeavesItsFileForEveryUserAndRemovesItAtItsEnd) {
+  MakeRunDirectory();
+  const Umask strict(077);
+  {
+    SocketService socket;
+    ASSERT_TRUE(socket.listen());
+    struct stat info {};
+    ASSERT_EQ(stat(kSocketFile.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777U, 01777U);
+  }
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+TEST(TheListener, IsNamedByItsTypeWhileItLivesAndByItsBaseAtItsEnd) {
+  {
+    SocketService socket;
+    socket.create();
+    socket.create();
+  }
+  EXPECT_THAT(
+      LogRecorder::Lines(),
+      ElementsAre(PluginLine(kWarning, "Socket.cpp", "create", testing::StartsWith(kType + ".existed ? socket : ")),
+                  PluginLine(kDebug, "Socket.cpp", "~Socket", testing::StartsWith("N3zav3ipc6SocketE : "))));
+}
+
+TEST_F(AListener, SaysThatItListensAndNothingElse) {
+  EXPECT_TRUE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
+  EXPECT_TRUE(CanConnect());
+}
+
+TEST_F(AListener, IsNonblockingAndClosedOnExec) {
+  ASSERT_TRUE(socket.listen());
+  EXPECT_EQ(fcntl(socket.descriptor(), F_GETFL), O_RDWR | O_NONBLOCK);
+  EXPECT_TRUE(IsCloseOnExec(socket.descriptor()));
+}
+
+TEST_F(AListener, BindsItsWholeAddressAndKeepsABacklogOf16) {
+  size_t length = 0;
+  size_t backlog = 0;
+  const auto keep = [](size_t& size) {
+    return [&size](const CallArguments& call) -> std::optional<long> {
+      size = call.size;
+      return std::nullopt;
+    };
+  };
+  const CallHook bind(Call::kBind, keep(length));
+  const CallHook listen(Call::kListen, keep(backlog));
+  ASSERT_TRUE(socket.listen());
+  EXPECT_EQ(length, 110U);
+  EXPECT_EQ(backlog, 16U);
+}
+
+TEST_F(AListener, AddsToTheModeThatItsFileHas) {
+  // A bind cannot set these; a directory with an inherited group could.
+  const CallHook hook(Call::kListen, [](const CallArguments&) -> std::optional<long> {
+    chmod(kSocketFile.c_str(), 06000);
+    return std::nullopt;
+  });
+  ASSERT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(kSocketFile), 07777U);
+}
+
+TEST_F(AListener, ListensAlthoughItsFileIsGone) {
+  const CallHook hook(Call::kListen, [](const CallArguments&) -> std::optional<long> {
+    unlink(kSocketFile.c_str());
+    return std::nullopt;
+  });
+  EXPECT_TRUE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
+}
+
+TEST_F(AListener, FailsWithoutADescriptor) {
+  {
+    const DescriptorLimit none(0);
+    EXPECT_FALSE(socket.listen());
+  }
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(PluginLine(kError, "Socket.cpp", "create",
+                                     TypeOf(socket) + " -1 socket descriptor error:" + Text(EMFILE)),
+                          ListenError(Text(EMFILE))));
+}
+
+TEST_F(AListener, FailsWhenItsFlagsCannotBeSet) {
+  const CallHook hook(Call::kFcntl, [](const CallArguments& call) -> std::optional<long> {
+    if (call.flags != F_SETFL) return std::nullopt;
+    errno = EPERM;
+    return -1;
+  });
+  EXPECT_FALSE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(ListenError("fcntl ! " + Text(EPERM))));
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+TEST_F(AListener, FailsWhenItsAddressCannotBeBound) {
+  std::filesystem::remove(kRunDirectory);
+  EXPECT_FALSE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(ListenError("bind failed! " + Text(ENOENT))));
+}
+
+TEST_F(AListener, FailsWhenTheSystemRefusesToListen) {
+  const CallHook hook(Call::kListen, Fail(EOPNOTSUPP));
+  EXPECT_FALSE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(ListenError("listen has failed! " + Text(EOPNOTSUPP))));
+}
+
+TEST_F(AListener, ListensWithTheDescriptorOfAFailedTry) {
+  std::filesystem::remove(kRunDirectory);
+  ASSERT_FALSE(socket.listen());
+  const int descriptor = socket.descriptor();
+  LogRecorder::Clear();
+  MakeRunDirectory();
+  EXPECT_TRUE(socket.listen());
+  EXPECT_EQ(socket.descriptor(), descriptor);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(PluginLine(kWarning, "Socket.cpp", "create",
+                                     TypeOf(socket) + ".existed ? socket : " + std::to_string(descriptor)),
+                          Listening(socket)));
+}
+
+// retire
+
+TEST_F(AListener, IsRetiredQuietlyWhenItWasBound) {
+  ASSERT_TRUE(socket.listen());
+  const std::set<int> open = Descriptors();
+  LogRecorder::Clear();
+  socket.retire();
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+  EXPECT_EQ(socket.descriptor(), -1);
+  EXPECT_EQ(Descriptors().size(), open.size() - 1);
+  EXPECT_FALSE(FileExists(kSocketFile));
+  EXPECT_EQ(socket.Address().sun_path, kSocketFile);
+
+  EXPECT_TRUE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
+  EXPECT_TRUE(CanConnect());
+}
+
+TEST_F(AListener, IsRetiredQuietlyWhenItWasShutBeforeItWasBound) {
+  socket.create();
+  socket.shutdown();
+  socket.retire();
+  EXPECT_EQ(socket.descriptor(), -1);
+  EXPECT_TRUE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
+  EXPECT_TRUE(CanConnect());
+}
+
+TEST_F(AListener, IsNotRetiredWhenItWasNeitherBoundNorShut) {
+  socket.create();
+  const int descriptor = socket.descriptor();
+  socket.retire();
+  EXPECT_EQ(socket.descriptor(), descriptor);
+  EXPECT_TRUE(socket.good());
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
+TEST_F(AListener, HasNothingToRetireWithoutADescriptor) {
+  socket.retire();
+  EXPECT_EQ(socket.descriptor(), -1);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
+// accept
+
+TEST_F(AListener, AcceptsAClientClosedOnExec) {
+  ASSERT_TRUE(socket.listen());
+  RawClient client;
+  const int accepted = socket.accept();
+  ASSERT_GT(accepted, 0);
+  EXPECT_TRUE(IsCloseOnExec(accepted));
+  EXPECT_EQ(fcntl(accepted, F_GETFL), O_RDWR);
+  close(accepted);
+  EXPECT_TRUE(client.EndsWithoutAnswer());
+}
+
+TEST_F(AListener, TellsByErrnoThatNobodyIsThere) {
+  ASSERT_TRUE(socket.listen());
+  errno = 0;
+  EXPECT_EQ(socket.accept(), -1);
+  EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST_F(AListener, NeitherLeaksNorKeepsDescriptor0) {
+  ASSERT_TRUE(socket.listen());
+  RawClient client;
+  close(0);
+  EXPECT_LE(socket.accept(), 0);
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
+  EXPECT_TRUE(client.EndsWithoutAnswer());
+}
+
+TEST_F(AListener, KeepsItsAddressWhenAClientHasAName) {
+  ASSERT_TRUE(socket.listen());
+  const ipc::Socket client(ConnectFrom("/tmp/client.socket"));
+  const ipc::Socket accepted(socket.accept());
+  ASSERT_GT(accepted.descriptor(), 0);
+  EXPECT_EQ(socket.Address().sun_path, kSocketFile);
+  EXPECT_EQ(socket.AddressLength(), 110U);
+}
+
+TEST(TheListener, RemovesItsOwnFileAndNotThatOfAClient) {
+  MakeRunDirectory();
+  {
+    SocketService socket;
+    ASSERT_TRUE(socket.listen());
+    const ipc::Socket client(ConnectFrom("/tmp/client.socket"));
+    const ipc::Socket accepted(socket.accept());
+    ASSERT_GT(accepted.descriptor(), 0);
+  }
+  EXPECT_TRUE(FileExists("/tmp/client.socket"));
+  EXPECT_FALSE(FileExists(kSocketFile));
+}
+
+}  // namespace
+}  // namespace zav::test
