@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <system_error>

@@ -36,7 +36,7 @@ dpm() {
   local answer
   printf 'dpm> %s\n' "$2"
   # A host that is gone gives no answer either.
-  printf '%s\n' "$2" >&"$to_host" 2>/dev/null || true
+  printf '%s\n' "$2" 2>/dev/null 1>&"$to_host" || true
   IFS= read -r -t "$deadline_s" answer <&"$from_host" || fail "the host gave no answer"
   printf '%s\n' "$answer"
   # shellcheck disable=SC2053 # it is a pattern

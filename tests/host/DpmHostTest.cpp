@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <string.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

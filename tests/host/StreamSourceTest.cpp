@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
 #include <vector>
 
 namespace host {

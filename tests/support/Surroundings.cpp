@@ -1,8 +1,9 @@
 #include "support/Surroundings.h"
 
-#include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,6 +34,27 @@ struct Grouping : std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
+using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+
+Capabilities OwnCapabilities() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  Capabilities own{};
+  if (syscall(SYS_capget, &header, own.data()) != 0) Fail("capget");
+  return own;
+}
+
+std::array<std::uint32_t, 2> EffectiveCapabilities() {
+  const Capabilities own = OwnCapabilities();
+  return {own[0].effective, own[1].effective};
+}
+
+void SetEffectiveCapabilities(const std::array<std::uint32_t, 2>& effective) {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  Capabilities own = OwnCapabilities();
+  for (size_t i = 0; i < own.size(); ++i) own[i].effective = effective[i];
+  if (syscall(SYS_capset, &header, own.data()) != 0) Fail("capset");
+}
+
 }  // namespace
 
 ScratchDirectory::ScratchDirectory() : path("/tmp/scratch-XXXXXX") {
@@ -61,19 +83,14 @@ void SmallDisk::Resize(unsigned size) {
   if (mount("none", path.c_str(), nullptr, MS_REMOUNT, SizeOption(size).c_str()) != 0) Fail("remount of " + path);
 }
 
-DescriptorLimit::DescriptorLimit(unsigned more) {
-  if (getrlimit(RLIMIT_NOFILE, &previous) != 0) Fail("getrlimit");
-  rlimit limit = previous;
-  limit.rlim_cur = 0;
-  for (unsigned unused = 0; unused <= more; ++limit.rlim_cur) {
-    if (fcntl(static_cast<int>(limit.rlim_cur), F_GETFD) == -1) ++unused;
-  }
-  --limit.rlim_cur;
-  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) Fail("setrlimit");
+WithoutPrivilege::WithoutPrivilege() {
+  previous = EffectiveCapabilities();
+  constexpr std::uint32_t kFileRights = (1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH);
+  SetEffectiveCapabilities({previous[0] & ~kFileRights, previous[1]});
 }
 
-DescriptorLimit::~DescriptorLimit() {
-  setrlimit(RLIMIT_NOFILE, &previous);
+WithoutPrivilege::~WithoutPrivilege() {
+  SetEffectiveCapabilities(previous);
 }
 
 Umask::Umask(mode_t mask) : previous(umask(mask)) {}

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/types.h>
 
+#include <array>
+#include <cstdint>
 #include <locale>
 #include <string>
 
@@ -43,16 +44,17 @@ class SmallDisk {
   bool mounted = false;
 };
 
-/// While it lives, the process can open just this many more descriptors.
-class DescriptorLimit {
+/// While it lives, the thread has no right to files beyond their permission bits, root though it be.
+class WithoutPrivilege {
  public:
-  explicit DescriptorLimit(unsigned more);
-  ~DescriptorLimit();
-  DescriptorLimit(const DescriptorLimit&) = delete;
-  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+  WithoutPrivilege();
+  ~WithoutPrivilege();
+  WithoutPrivilege(const WithoutPrivilege&) = delete;
+  WithoutPrivilege& operator=(const WithoutPrivilege&) = delete;
 
  private:
-  rlimit previous{};
+  /// The effective capabilities of before.
+  std::array<std::uint32_t, 2> previous{};
 };
 
 /// The process's mask of permission bits.

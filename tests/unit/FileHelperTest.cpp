@@ -61,6 +61,12 @@ class DeletingADirectory : public AFileHelper {};
 class ListingADirectory : public AFileHelper {};
 class EmptyingADirectory : public AFileHelper {};
 
+/// A directory that needs a privilege to be opened.
+void MakeClosed(const std::string& path) {
+  fs::create_directory(path);
+  fs::permissions(path, fs::perms::none);
+}
+
 /// A directory whose path is so long that the path of what is in it cannot be used.
 void MakeTooDeep(const std::string& root) {
   const fs::path back = fs::current_path();
@@ -172,6 +178,17 @@ TEST_F(CopyingAFile, ThatCannotBeOpenedMakesTheDestination) {
   fs::create_symlink(scratch + "/nowhere", src);
   EXPECT_EQ(helper.copyFile(src, dst), -1);
   EXPECT_TRUE(FileExists(dst));
+}
+
+TEST_F(CopyingAFile, WithoutTheRightToReadItFailsWithTheDestinationTruncated) {
+  WriteFile(src, "secret");
+  fs::permissions(src, fs::perms::none);
+  WriteFile(dst, "old");
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.copyFile(src, dst), -1);
+  EXPECT_THAT(Lines(), ElementsAre(Debug("copyFile", "file: " + src + " size is 6 bytes"),
+                                   Warning("copyFile", "could not open src: " + src)));
+  EXPECT_EQ(ReadFile(dst), "");
 }
 
 TEST_F(CopyingAFile, ToAPlaceThatCannotBeOpenedFails) {
@@ -375,6 +392,13 @@ TEST_F(AnEmptyDirectory, IsNotAFile) {
   EXPECT_THAT(Lines(), ElementsAre(Warning("directoryEmpty", src + " is not a directory or doesn't exist")));
 }
 
+TEST_F(AnEmptyDirectory, IsNotOneThatCannotBeOpened) {
+  MakeClosed(dst);
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.directoryEmpty(dst), -1);
+  EXPECT_THAT(Lines(), ElementsAre(Warning("directoryEmpty", dst + " is not a directory or doesn't exist")));
+}
+
 TEST_F(AnEmptyDirectory, IsWhatAReadErrorMakesOfOne) {
   const UnreadableDirectory unreadable;
   EXPECT_EQ(helper.directoryEmpty(unreadable.path()), 0);
@@ -481,21 +505,19 @@ TEST_F(ListingADirectory, ThatIsAFileOrALinkFails) {
 }
 
 TEST_F(ListingADirectory, ThatCannotBeOpenedFails) {
+  MakeClosed(dst);
+  const WithoutPrivilege plain;
   DirectoryContent content;
-  const DescriptorLimit limit(0);
-  EXPECT_EQ(getDirectoryContent(scratch + "", "", content), -1);
-  EXPECT_THAT(Lines(),
-              ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + (scratch + ""))));
+  EXPECT_EQ(getDirectoryContent(dst, "", content), -1);
+  EXPECT_THAT(Lines(), ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + dst)));
 }
 
 TEST_F(ListingADirectory, WithADirectoryThatCannotBeOpenedFailsAsAWholeAndClosesEverything) {
-  fs::create_directory(dst);
+  MakeClosed(dst);
   const auto before = Descriptors();
-  {
-    DirectoryContent content;
-    const DescriptorLimit limit(1);
-    EXPECT_EQ(getDirectoryContent(scratch + "", "", content), -1);
-  }
+  const WithoutPrivilege plain;
+  DirectoryContent content;
+  EXPECT_EQ(getDirectoryContent(scratch + "", "", content), -1);
   EXPECT_THAT(Lines(), ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + dst)));
   EXPECT_EQ(Descriptors(), before);
 }
@@ -566,13 +588,12 @@ TEST_F(EmptyingADirectory, ThatIsAFileFails) {
 
 TEST_F(EmptyingADirectory, ThatCannotBeListedFailsAndDeletesNothing) {
   WriteFile(src, "");
-  {
-    const DescriptorLimit limit(0);
-    EXPECT_EQ(helper.deleteDirectoryContent(scratch + ""), -1);
-  }
+  MakeClosed(dst);
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.deleteDirectoryContent(scratch + ""), -1);
   EXPECT_TRUE(FileExists(src));
-  EXPECT_THAT(Lines(),
-              ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + (scratch + ""))));
+  EXPECT_TRUE(FileExists(dst));
+  EXPECT_THAT(Lines(), ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + dst)));
 }
 
 TEST_F(EmptyingADirectory, GoesOnAfterWhatItCannotDeleteAndFailsAtTheEnd) {
@@ -668,7 +689,8 @@ TEST_F(CopyingADirectoryTree, ToAFileFails) {
 }
 
 TEST_F(CopyingADirectoryTree, ThatCannotBeListedFails) {
-  const DescriptorLimit limit(0);
+  fs::permissions(src, fs::perms::none);
+  const WithoutPrivilege plain;
   EXPECT_EQ(helper.copyDirectoryContent(src, dst), -1);
   EXPECT_THAT(Lines(), ElementsAre(Warning("getDirectoryContent", "opendir could not open directory: " + src),
                                    Failure("could not get directory: " + src + " contents info")));

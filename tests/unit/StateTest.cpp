@@ -80,7 +80,7 @@ std::string NameOf(const testing::TestParamInfo<Each>& info) {
 
 // The first start
 
-TEST(AFirstStart, GivesADefaultStorageWithoutConfigTheDefaultOneAndSavesIt) {
+TEST(TheFirstState, GivesADefaultStorageWithoutConfigTheDefaultOneAndSavesIt) {
   test::WriteDefaultPolicy(R"({"Service":{"restart_delay":30},)"
                            R"("State":{"pyx_state":"enabled","logging_state":"enabled"},)"
                            R"("Storage":{"state":{"count":0,"last_index":-1}}})");
@@ -89,7 +89,7 @@ TEST(AFirstStart, GivesADefaultStorageWithoutConfigTheDefaultOneAndSavesIt) {
   EXPECT_EQ(InMemory(state), Reset(kDefaultConfig));
 }
 
-TEST(AFirstStart, TakesTheSwitchesAndTheStorageFromTheDefaultPolicy) {
+TEST(TheFirstState, TakesTheSwitchesAndTheStorageFromTheDefaultPolicy) {
   test::WriteDefaultPolicy(R"({"Service":{"restart_delay":30},)"
                            R"("State":{"pyx_state":"disabled","logging_state":"enabled"},)"
                            R"("Storage":{"config":{"max_index":50,"max_file_size":20,"max_logging_period":7200},)"
@@ -100,7 +100,7 @@ TEST(AFirstStart, TakesTheSwitchesAndTheStorageFromTheDefaultPolicy) {
   EXPECT_EQ(InMemory(state), Reset(Parsed(R"({"max_index":50,"max_file_size":20,"max_logging_period":7200})")));
 }
 
-TEST(AFirstStart, WithNeitherDatabaseNorDefaultPolicyThrowsAndTheNextCallTriesAgain) {
+TEST(TheFirstState, WithNeitherDatabaseNorDefaultPolicyThrowsAndTheNextCallTriesAgain) {
   test::MakeStorageDirectory();
   try {
     State::Instance();

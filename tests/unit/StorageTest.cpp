@@ -40,6 +40,13 @@ TEST_F(TheDefaultPolicyFile, ThatIsNotThereReadsAsEmptyTextAndLogsNothing) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST_F(TheDefaultPolicyFile, WithoutTheRightToReadItReadsAsEmptyText) {
+  WriteFile(kDefaultPolicy, "{}");
+  std::filesystem::permissions(kDefaultPolicy, std::filesystem::perms::none);
+  const WithoutPrivilege plain;
+  EXPECT_EQ(ReadFromStorage(), "");
+}
+
 TEST_F(TheDefaultPolicyFile, ThatIsADirectoryFailsToBeRead) {
   std::filesystem::create_directory(kDefaultPolicy);
   EXPECT_EQ(ReadFromStorage(), "");

@@ -58,9 +58,9 @@ bool StreamWhole(std::ifstream& from, std::ofstream& to, const std::string& src,
 void CopyPermissions(const std::string& path, mode_t mode) {
   const mode_t bits = mode & kPermissionBits;
   if (chmod(path.c_str(), bits) != 0) {
-    LOG_WARNING("chmod ", bits, "  failed");
+    LogLine(Priority::kWarning, LOG_SITE_OF("copyFile"), "chmod ", bits, "  failed");
   } else {
-    LOG_DEBUG("chmod ", bits, " success");
+    LogLine(Priority::kDebug, LOG_SITE_OF("copyFile"), "chmod ", bits, " success");
   }
 }
 

@@ -189,7 +189,12 @@ bool Service::clientWaits() {
 }
 
 bool Service::takeToken() {
-  return running() && !serviceBusy && serviceMutex.try_lock();
+  if (!running() || serviceBusy || !serviceMutex.try_lock()) return false;
+  // A stop that came and went since the first look watches over no connection any more; one that comes from here on
+  // waits for the token.
+  if (running()) return true;
+  serviceMutex.unlock();
+  return false;
 }
 
 /// Gives the client to a thread of its own; the token goes with it. When it throws, the token is free again and the

@@ -51,7 +51,9 @@ int Socket::receiveContainer<std::string>(std::string* value) {
     return receiveData(length, value->data());
   }
   // A length over the limit is no failure of the transfer: it reads as an empty string.
-  LOG_ERROR(length, " is over limit ", kMaxContainerSize);
+  // The function's own name would show its template arguments.
+  common::LogLine(common::Priority::kError, LOG_SITE_OF("receiveContainer"), length, " is over limit ",
+                  kMaxContainerSize);
   return result;
 }
 

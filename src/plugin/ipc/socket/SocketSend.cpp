@@ -50,7 +50,9 @@ template <>
 int Socket::sendContainer<std::string>(std::string* value) {
   if (fd == -1) return kNoSocket;
   if (value->size() > kMaxContainerSize) {
-    LOG_ERROR(typeName(), " ! ", value->size(), " is over limit ", kMaxContainerSize);
+    // The function's own name would show its template arguments.
+    common::LogLine(common::Priority::kError, LOG_SITE_OF("sendContainer"), typeName(), " ! ", value->size(),
+                    " is over limit ", kMaxContainerSize);
     return kNoSocket;
   }
   const int size = static_cast<int>(value->size());
