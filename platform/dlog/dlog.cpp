@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "dlog/control.h"
@@ -20,6 +21,7 @@ namespace {
 
 std::atomic<int> level{DLOG_DEBUG};
 std::atomic<int> output{STDERR_FILENO};
+std::mutex writing;
 
 constexpr size_t kHeadSize = 192;
 constexpr size_t kLineSize = 1024;
@@ -41,8 +43,10 @@ int WriteHead(char* text, int priority, const char* tag) {
                   Letter(priority), tag, getpid(), syscall(SYS_gettid));
 }
 
-/// One write for the whole line: an O_APPEND file and a pipe then keep it in one piece.
+/// One write for the whole line: other processes' lines in the same file do not come between. Where the write takes it
+/// in pieces, as a full pipe does, the lock keeps this process's own lines apart; it is held for nothing but writing.
 int WriteLine(const char* text, size_t size) {
+  const std::lock_guard guard(writing);
   const char* rest = text;
   while (size > 0) {
     const ssize_t written = write(output.load(std::memory_order_relaxed), rest, size);

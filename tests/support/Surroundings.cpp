@@ -1,5 +1,6 @@
 #include "support/Surroundings.h"
 
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -91,6 +92,21 @@ WithoutPrivilege::WithoutPrivilege() {
 
 WithoutPrivilege::~WithoutPrivilege() {
   SetEffectiveCapabilities(previous);
+}
+
+DescriptorLimit::DescriptorLimit(unsigned more) {
+  if (getrlimit(RLIMIT_NOFILE, &previous) != 0) Fail("getrlimit");
+  rlimit limit = previous;
+  limit.rlim_cur = 0;
+  for (unsigned unused = 0; unused <= more; ++limit.rlim_cur) {
+    if (fcntl(static_cast<int>(limit.rlim_cur), F_GETFD) == -1) ++unused;
+  }
+  --limit.rlim_cur;
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) Fail("setrlimit");
+}
+
+DescriptorLimit::~DescriptorLimit() {
+  setrlimit(RLIMIT_NOFILE, &previous);
 }
 
 Umask::Umask(mode_t mask) : previous(umask(mask)) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <array>
@@ -55,6 +56,18 @@ class WithoutPrivilege {
  private:
   /// The effective capabilities of before.
   std::array<std::uint32_t, 2> previous{};
+};
+
+/// While it lives, the process can open just this many more descriptors.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(unsigned more);
+  ~DescriptorLimit();
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+ private:
+  rlimit previous{};
 };
 
 /// The process's mask of permission bits.

@@ -157,7 +157,7 @@ TEST_F(AListener, ListensAlthoughItsFileIsGone) {
 
 TEST_F(AListener, FailsWithoutADescriptor) {
   {
-    const DescriptorLimit none(0);
+    const CallHook hook(Call::kSocket, Fail(EMFILE));
     EXPECT_FALSE(socket.listen());
   }
   EXPECT_THAT(LogRecorder::Lines(),

@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "support/LogRecorder.h"
-#include "support/Surroundings.h"
 #include "support/SystemCalls.h"
 #include "support/ThisProcess.h"
 #include "support/VirtualSlots.h"
@@ -545,7 +544,7 @@ TEST(ASocket, CreatedTwiceKeepsItsFirstDescriptor) {
 TEST(ASocket, TellsThatNoDescriptorIsToBeHad) {
   Socket socket;
   {
-    const DescriptorLimit none(0);
+    const CallHook hook(Call::kSocket, Fail(EMFILE));
     socket.create();
   }
   EXPECT_EQ(socket.descriptor(), -1);
@@ -568,7 +567,11 @@ TEST(ASocket, DoesNotKeepDescriptor0WhenThereIsNoOtherOne) {
   close(0);
   Socket socket;
   {
-    const DescriptorLimit one(1);
+    const CallHook hook(Call::kFcntl, [](const CallArguments& call) -> std::optional<long> {
+      if (call.flags != F_DUPFD && call.flags != F_DUPFD_CLOEXEC) return std::nullopt;
+      errno = EMFILE;
+      return -1;
+    });
     socket.create();
   }
   EXPECT_EQ(socket.descriptor(), -1);
