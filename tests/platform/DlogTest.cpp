@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <future>
 #include <set>
@@ -301,7 +302,12 @@ TEST_F(TheLog, KeepsNobodyWaitingWhoWritesNothing) {
   StandardErrorPipe pipe;
   dlog::SetFile(nullptr);
   pipe.Fill();
-  std::jthread stuck([] { __dlog_print(kSystem, DLOG_ERROR, "TAG", "waits for the reader"); });
+  std::atomic<int> stuckThread{0};
+  std::jthread stuck([&] {
+    stuckThread = gettid();
+    __dlog_print(kSystem, DLOG_ERROR, "TAG", "waits for the reader");
+  });
+  ASSERT_TRUE(WaitUntil([&] { return stuckThread != 0 && IsAsleep(stuckThread); }));
   dlog::SetLevel(DLOG_ERROR);
   auto dropped = std::async(std::launch::async, [] { return __dlog_print(kSystem, DLOG_DEBUG, "TAG", "dropped"); });
   EXPECT_EQ(dropped.wait_for(std::chrono::seconds(20)), std::future_status::ready);

@@ -3,6 +3,7 @@
 #include <dlog/dlog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -106,5 +107,7 @@ int __dlog_print(int buffer, int priority, const char* tag, const char* format, 
   va_end(arguments);
   const std::lock_guard guard(TheRecord().mutex);
   TheRecord().lines.push_back(std::move(entry));
+  // A log may leave any error behind.
+  errno = EXFULL;
   return 1;
 }

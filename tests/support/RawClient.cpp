@@ -101,6 +101,13 @@ std::optional<std::string> RawClient::ReceiveString() {
   return Receive(static_cast<size_t>(*size));
 }
 
+bool RawClient::IsAnswered() const {
+  pollfd readable{fd, POLLIN, 0};
+  char byte = 0;
+  return poll(&readable, 1, static_cast<int>(std::chrono::milliseconds(kDeadline).count())) == 1 &&
+         recv(fd, &byte, 1, MSG_PEEK) == 1;
+}
+
 bool RawClient::EndsWithoutAnswer(std::chrono::milliseconds deadline) {
   pollfd readable{fd, POLLIN, 0};
   if (poll(&readable, 1, static_cast<int>(deadline.count())) != 1) return false;

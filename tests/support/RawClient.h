@@ -42,6 +42,8 @@ class RawClient {
   std::optional<std::string> Receive(size_t size);
   std::optional<std::int32_t> ReceiveInt();
   std::optional<std::string> ReceiveString();
+  /// Waits for something to receive, which stays there. @return whether it came before the end of the connection.
+  bool IsAnswered() const;
   /// Waits for the end of the connection. @return whether it ended, without a further byte, before the deadline.
   bool EndsWithoutAnswer(std::chrono::milliseconds deadline = std::chrono::seconds(20));
 

@@ -36,13 +36,26 @@ std::set<int> ThreadIds() {
   return hasThreads ? Numbers("/proc/self/task") : std::set<int>();
 }
 
-std::uint64_t BlockedSignals(int thread) {
-  const std::string name = "SigBlk:";
+namespace {
+
+/// What follows `name` in what the kernel tells of a thread; empty for a thread that is gone.
+std::string StatusOf(int thread, const std::string& name) {
   std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name)) return std::stoull(line.substr(name.size()), nullptr, 16);
+    if (line.starts_with(name)) return line.substr(name.size());
   }
-  return 0;
+  return {};
+}
+
+}  // namespace
+
+std::uint64_t BlockedSignals(int thread) {
+  const std::string bits = StatusOf(thread, "SigBlk:");
+  return bits.empty() ? 0 : std::stoull(bits, nullptr, 16);
+}
+
+bool IsAsleep(int thread) {
+  return StatusOf(thread, "State:").starts_with("\tS");
 }
 
 std::set<int> Descriptors() {

@@ -14,6 +14,9 @@ std::set<int> ThreadIds();
 /// The signals that a thread blocks: bit N - 1 for signal N. None for a thread that is gone.
 std::uint64_t BlockedSignals(int thread);
 
+/// Whether a thread waits for something.
+bool IsAsleep(int thread);
+
 /// The descriptors that are open.
 std::set<int> Descriptors();
 bool IsCloseOnExec(int descriptor);

@@ -646,11 +646,12 @@ void ServeReport(zav::ipc::Service& service) {
 TEST_F(ACommand, TakesTurnsWithTheRequestsOfClients) {
   State& state = Start();
   std::atomic<bool> done{false};
-  int reports = 0;
+  std::atomic<int> reports{0};
   std::thread clients([&] {
     zav::ipc::Service service;
     for (; !done; ++reports) ServeReport(service);
   });
+  EXPECT_TRUE(zav::test::WaitUntil([&] { return reports > 0; }));
   for (int round = 0; round < 20; ++round) {
     EXPECT_EQ(Execute(round % 2 == 0 ? "Disable" : "Enable"), kSuccess);
     EXPECT_EQ(Execute(round % 2 == 0 ? "DisableLogging" : "EnableLogging"), kSuccess);

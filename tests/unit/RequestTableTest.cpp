@@ -587,6 +587,16 @@ TEST_F(ASearch, WithAToTimeNotAfterItsFromTimeSearchesFromTime0) {
   }
 }
 
+TEST_F(ASearch, FromTime0FindsRecordsStampedZeroAndNoneFromBefore) {
+  State& state = Start({.lastIndex = 3, .records = Stamped({1})});
+  StorageOf(state).SetSubPolicy("2", policy::Policy(Record("u", "T", 0)));
+  StorageOf(state).SetSubPolicy("3", policy::Policy(Record("u", "T", -1)));
+  Json::Value found = Stored({1});
+  found["2"] = Record("u", "T", 0);
+  EXPECT_EQ(Serve(Log(17, {.from = INT_MAX})), Found(2, found));
+  EXPECT_EQ(Serve(Log(18, {.from = INT_MAX})), Found(1, found));
+}
+
 TEST_F(ASearch, WithToTime0AndAFromTimeInTheFutureSearchesFromTime0UntilNow) {
   Start({.lastIndex = 3, .records = Stamped({1, 2, 3})});
   EXPECT_EQ(Serve(Log(17, {.from = INT_MAX})), Found(3, Stored({1, 2, 3})));
@@ -724,9 +734,10 @@ TEST_F(ASearch, CountsTheRecordsOfARangeOfTimesBothIncluded) {
 }
 
 TEST_F(ASearch, CountsRecordsStampedZeroOnlyFromTimeZeroToTimeZero) {
-  State& state = Start({.lastIndex = 3, .records = Stamped({1})});
+  State& state = Start({.lastIndex = 4, .records = Stamped({1})});
   StorageOf(state).SetSubPolicy("2", policy::Policy(Record("u", "T", 0)));
   StorageOf(state).SetSubPolicy("3", policy::Policy(Record("u", "T", 1)));
+  StorageOf(state).SetSubPolicy("4", policy::Policy(Record("u", "T", -1)));
   EXPECT_EQ(Serve(Count(0, 0)), Words({1}));
 }
 

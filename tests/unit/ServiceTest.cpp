@@ -82,10 +82,15 @@ int Refusals() {
                                         [](const LogEntry& line) { return line.message.starts_with("SHUTDOWN : "); }));
 }
 
-/// A client that asks for the feature's state. @return whether it was answered; the service may be busy at first.
-bool IsAnswered() {
+/// A client that asks for the feature's state once. @return whether it was answered.
+bool IsAnsweredAtOnce() {
   RawClient client;
   return client.SendHeader(Method::kGetPyxState) && client.Receive(ipc::StatePackage::kSize).has_value();
+}
+
+/// The same; where the request before is still at its end on a machine that is busy, once more.
+bool IsAnswered() {
+  return WaitUntil(IsAnsweredAtOnce);
 }
 
 /// The service on a device that has everything, run as its manager would.
@@ -368,6 +373,32 @@ TEST(ADirectlyServedConnection, IsClosedBeforeTheServiceIsReleased) {
   }
 }
 
+/// An explicit instantiation may name what is private.
+ipc::ServedConnection Service::*ConnectionMember();
+template <ipc::ServedConnection Service::*Member>
+struct ConnectionAccess {
+  friend ipc::ServedConnection Service::*ConnectionMember() { return Member; }
+};
+template struct ConnectionAccess<&Service::connection>;
+
+TEST(ADirectlyServedConnection, IsNotToBeShutAnyMoreWhenItsDescriptorIsGivenBack) {
+  Service service;
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  ASSERT_EQ(send(ends[1], "end", 3, 0), 3);
+  ipc::ServedConnection& connection = service.*ConnectionMember();
+  connection.enter(ends[0]);
+  // The first look at the descriptor is for receiving, the last one for closing it.
+  std::vector<bool> watched;
+  const CallHook hook(Call::kFcntl, [&](const CallArguments&) -> std::optional<long> {
+    watched.push_back(connection.watch().has_value());
+    return std::nullopt;
+  });
+  service.serve(ends[0]);
+  EXPECT_THAT(watched, ElementsAre(true, false));
+  close(ends[1]);
+}
+
 // Clients that come together
 
 TEST_F(AServiceThatRuns, ShutsASecondClientWhileItServesOne) {
@@ -415,26 +446,73 @@ TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
   EXPECT_TRUE(served);
 }
 
+TEST_F(AServiceThatRuns, WaitsForTheFirstToEndHoweverOftenItIsWoken) {
+  const auto first = MakeStuckClient(Stuck::kSilent);
+  std::atomic<bool> done{false};
+  std::thread waking([&] {
+    while (!done) {
+      ipc::serviceCondition.notify_all();
+      std::this_thread::yield();
+    }
+  });
+  const auto begin = steady_clock::now();
+  RawClient second;
+  EXPECT_TRUE(second.EndsWithoutAnswer());
+  const auto taken = steady_clock::now() - begin;
+  done = true;
+  waking.join();
+  EXPECT_GE(taken, milliseconds(100));
+}
+
+TEST_F(AServiceThatRuns, LooksWhetherTheFirstHasEndedUnderTheLockThatItEndsUnder) {
+  // Without that, the end could come between the look and the wait for it, and go unnoticed.
+  auto first = MakeStuckClient(Stuck::kSilent);
+  RawClient second;
+  {
+    const std::lock_guard guard(serviceMutex.inner());
+    EXPECT_FALSE(second.EndsWithoutAnswer(milliseconds(300)));
+  }
+  EXPECT_TRUE(second.EndsWithoutAnswer());
+}
+
 TEST_F(AServiceThatRuns, AnswersClientsOneAfterTheOtherAtFullSpeed) {
   constexpr int kClients = 2000;
-  int answered = 0;
+  int refusedAtOnce = 0;
   int stalled = 0;
   ASSERT_TRUE(IsAnswered());
   for (int client = 0; client < kClients; ++client) {
     const auto begin = steady_clock::now();
-    if (IsAnswered()) ++answered;
-    if (steady_clock::now() - begin >= milliseconds(100)) ++stalled;
+    const bool answered = IsAnsweredAtOnce();
+    // A machine that is busy may hold the connection before it up for so long, and rightly have the next one refused.
+    const bool patient = steady_clock::now() - begin >= milliseconds(100);
+    if (patient) ++stalled;
+    if (!answered && !patient) ++refusedAtOnce;
   }
-  EXPECT_EQ(answered, kClients);
-  EXPECT_EQ(Refusals(), 0);
+  EXPECT_EQ(refusedAtOnce, 0);
+  EXPECT_LE(Refusals(), stalled);
   // A missed notification would stall every one of them; a busy machine stalls some.
   EXPECT_LT(stalled, kClients / 100);
 }
 
 TEST_F(AServiceThatRuns, HasOneConnectionThreadAtATime) {
-  const size_t threads = ThreadIds().size();
-  for (int client = 0; client < 50; ++client) EXPECT_TRUE(IsAnswered());
-  EXPECT_TRUE(WaitUntil([&] { return ThreadIds().size() <= threads + 1; }));
+  // The service's side of a connection receives a header, and that is held for a moment.
+  std::atomic<int> now{0};
+  std::atomic<int> most{0};
+  const CallHook hook(Call::kRecv, [&](const CallArguments& call) -> std::optional<long> {
+    if (call.size != ipc::Header::kSize) return std::nullopt;
+    if (++now > most) most = now.load();
+    WaitUntil([&] { return now > 1; }, milliseconds(5));
+    --now;
+    return std::nullopt;
+  });
+  std::vector<std::thread> clients;
+  for (int client = 0; client < 4; ++client) {
+    clients.emplace_back([] {
+      for (int request = 0; request < 10; ++request) EXPECT_TRUE(IsAnswered());
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  EXPECT_EQ(most, 1);
 }
 
 // What goes wrong on the way
@@ -483,20 +561,33 @@ TEST_P(AWantOf, DoesNotHoldUpAStop) {
     errno = GetParam();
     return -1;
   });
-  RawClient client;
-  ASSERT_TRUE(WaitUntil([&] { return tries > 0; }));
-  const auto begin = steady_clock::now();
-  Stop();
-  EXPECT_LT(steady_clock::now() - begin, seconds(1));
+  auto shortest = steady_clock::duration::max();
+  for (int turn = 0; turn < 20; ++turn) {
+    if (turn > 0) Start();
+    RawClient client;
+    const int before = tries;
+    ASSERT_TRUE(WaitUntil([&] { return tries > before; }));
+    const auto begin = steady_clock::now();
+    Stop();
+    shortest = std::min(shortest, steady_clock::now() - begin);
+  }
+  // The next try would have been a hundred milliseconds after the last one.
+  EXPECT_LT(shortest, milliseconds(90));
 }
 
 TEST_F(AServiceThatRuns, TriesAgainAtOnceWhenNobodyWasThereAnyMore) {
   for (const int error : {EAGAIN, ECONNABORTED, EINTR}) {
     SCOPED_TRACE(strerrorname_np(error));
-    const CallHook hook(Call::kAccept4, Fail(error, 2));
-    EXPECT_TRUE(IsAnswered());
+    auto shortest = steady_clock::duration::max();
+    for (int turn = 0; turn < 20; ++turn) {
+      const CallHook hook(Call::kAccept4, Fail(error, 2));
+      const auto begin = steady_clock::now();
+      EXPECT_TRUE(IsAnswered());
+      shortest = std::min(shortest, steady_clock::now() - begin);
+    }
+    // It waits a hundred milliseconds before a try that would fail likewise.
+    EXPECT_LT(shortest, milliseconds(100));
   }
-  EXPECT_EQ(Refusals(), 0);
 }
 
 TEST_F(AService, GoesOnWhenItsWaitEndsForNothing) {
@@ -711,8 +802,14 @@ TEST_F(AServiceThatRuns, DoesNotCountItsOwnTimeAgainstAClient) {
   State& state = State::Instance();
   RawClient client;
   std::unique_lock busy(state.Mutex());
+  std::atomic<int> cuts{0};
+  const CallHook hook(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+    ++cuts;
+    return std::nullopt;
+  });
   ASSERT_TRUE(client.SendHeader(Method::kLogThreatUrl) && client.SendString("url") && client.SendString("threat"));
   EXPECT_FALSE(client.EndsWithoutAnswer(seconds(31)));
+  EXPECT_EQ(cuts, 0);
   busy.unlock();
   EXPECT_EQ(client.ReceiveInt(), 0);
 }

@@ -43,6 +43,7 @@ testing::Matcher<LogEntry> ListenError(const std::string& message) {
 class Listener : public SocketService {
  public:
   const sockaddr_un& Address() const { return address; }
+  void Overwrite(const std::string& path) { std::strcpy(address.sun_path, path.c_str()); }
   unsigned AddressLength() const { return addressLength; }
 };
 
@@ -214,11 +215,17 @@ TEST_F(AListener, IsRetiredQuietlyWhenItWasBound) {
   EXPECT_EQ(socket.descriptor(), -1);
   EXPECT_EQ(Descriptors().size(), open.size() - 1);
   EXPECT_FALSE(FileExists(kSocketFile));
-  EXPECT_EQ(socket.Address().sun_path, kSocketFile);
 
   EXPECT_TRUE(socket.listen());
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
   EXPECT_TRUE(CanConnect());
+}
+
+TEST_F(AListener, HasItsOwnAddressAgainWhenItWasRetired) {
+  ASSERT_TRUE(socket.listen());
+  socket.Overwrite(kRunDirectory + "/other");
+  socket.retire();
+  EXPECT_EQ(socket.Address().sun_path, kSocketFile);
 }
 
 TEST_F(AListener, IsRetiredQuietlyWhenItWasShutBeforeItWasBound) {
