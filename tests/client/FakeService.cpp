@@ -99,17 +99,6 @@ std::string LogAnswer(std::string_view json) {
   return Words({0, 0}) + Text(json);
 }
 
-TemporaryDirectory::TemporaryDirectory() {
-  std::string name = std::filesystem::temp_directory_path() / "pyxclient-XXXXXX";
-  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error(std::strerror(errno));
-  path_ = name;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 std::string Peer::Read(std::size_t size) {
   std::string bytes(size, '\0');
   std::size_t got = 0;

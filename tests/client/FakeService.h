@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/TemporaryDirectory.h"
+
 namespace zav::client::test {
 
 /// Numbers as they travel: 32 bits each, in host byte order.
@@ -21,19 +23,7 @@ std::string Header(std::int32_t method);
 /// The answer that holds these log records.
 std::string LogAnswer(std::string_view json);
 
-/// A directory of its own, gone with the object.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+using zav::test::TemporaryDirectory;
 
 /// The service's end of one connection. Whatever it waits for and does not get within 20 s fails the test.
 class Peer {

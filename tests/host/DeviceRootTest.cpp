@@ -7,9 +7,11 @@
 #include <fstream>
 
 #include "Child.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -51,14 +53,14 @@ TEST_F(ADeviceRoot, GivesEverybodyTheRightToTheEmptyTmp) {
 }
 
 TEST_F(ADeviceRoot, HasADirectoryOfTheCallerAtOpt) {
-  const Outcome outcome = Run({"--opt", directory.get()}, "echo text > /opt/file");
+  const Outcome outcome = Run({"--opt", directory.path()}, "echo text > /opt/file");
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_TRUE(std::filesystem::exists(directory / "file"));
   EXPECT_FALSE(std::filesystem::exists("/opt/file"));
 }
 
 TEST_F(ADeviceRoot, HasADirectoryOfTheCallerAtTmpThatIsStillThereUnderItsOwnPath) {
-  const Outcome outcome = Run({"--tmp", directory.get()}, "echo text > /tmp/file; cat " + Quoted(directory / "file"));
+  const Outcome outcome = Run({"--tmp", directory.path()}, "echo text > /tmp/file; cat " + Quoted(directory / "file"));
   EXPECT_EQ(outcome.output, "text\n") << outcome.errors;
   EXPECT_TRUE(std::filesystem::exists(directory / "file"));
 }
@@ -70,14 +72,14 @@ TEST_F(ADeviceRoot, LeavesAloneWhatIsNotAskedFor) {
 
 TEST_F(ADeviceRoot, KeepsADirectoryBelowTmp) {
   std::ofstream(directory / "file") << "text";
-  const Outcome outcome = Run({"--opt-tmpfs", "--tmp-tmpfs", "--keep", directory.get()},
+  const Outcome outcome = Run({"--opt-tmpfs", "--tmp-tmpfs", "--keep", directory.path()},
                               "ls /tmp; cat " + Quoted(directory / "file") + "; touch " + Quoted(directory / "new"));
-  EXPECT_EQ(outcome.output, directory.get().filename().string() + "\ntext") << outcome.errors;
+  EXPECT_EQ(outcome.output, directory.path().filename().string() + "\ntext") << outcome.errors;
   EXPECT_TRUE(std::filesystem::exists(directory / "new"));
 }
 
 TEST_F(ADeviceRoot, HidesADirectoryBelowTmpThatIsNotKept) {
-  EXPECT_EQ(Run({"--tmp-tmpfs"}, "test -e " + Quoted(directory.get())).status, 1);
+  EXPECT_EQ(Run({"--tmp-tmpfs"}, "test -e " + Quoted(directory.path())).status, 1);
 }
 
 TEST_F(ADeviceRoot, KeepsADirectoryUnderThePathThatWasGivenToo) {
@@ -101,26 +103,26 @@ TEST_F(ADeviceRoot, StaysInTheCurrentDirectory) {
     std::vector<std::string> command{DEVICE_ROOT_PROGRAM};
     command.insert(command.end(), options.begin(), options.end());
     command.insert(command.end(), {"--", "sh", "-c", "pwd; touch here"});
-    return RunToEnd(command, [this] { EXPECT_EQ(chdir(directory.get().c_str()), 0); });
+    return RunToEnd(command, [this] { EXPECT_EQ(chdir(directory.path().c_str()), 0); });
   };
-  EXPECT_EQ(run({"--opt-tmpfs"}).output, directory.get().string() + "\n");
+  EXPECT_EQ(run({"--opt-tmpfs"}).output, directory.path().string() + "\n");
   EXPECT_TRUE(std::filesystem::remove(directory / "here"));
-  EXPECT_EQ(run({"--tmp-tmpfs", "--keep", directory.get()}).output, directory.get().string() + "\n");
+  EXPECT_EQ(run({"--tmp-tmpfs", "--keep", directory.path()}).output, directory.path().string() + "\n");
   EXPECT_TRUE(std::filesystem::remove(directory / "here"));
 }
 
 TEST_F(ADeviceRoot, GoesToTheRootFromACurrentDirectoryThatIsHidden) {
   const Outcome outcome =
-      RunToEnd({DEVICE_ROOT_PROGRAM, "--tmp-tmpfs", "pwd"}, [this] { EXPECT_EQ(chdir(directory.get().c_str()), 0); });
+      RunToEnd({DEVICE_ROOT_PROGRAM, "--tmp-tmpfs", "pwd"}, [this] { EXPECT_EQ(chdir(directory.path().c_str()), 0); });
   EXPECT_EQ(outcome.output, "/\n");
 }
 
 TEST_F(ADeviceRoot, CanStandInAnother) {
   std::ofstream(directory / "file") << "text";
   const Outcome outcome =
-      RunToEnd({DEVICE_ROOT_PROGRAM, "--opt-tmpfs", "--tmp-tmpfs", "--keep", directory.get(), "--keep",
+      RunToEnd({DEVICE_ROOT_PROGRAM, "--opt-tmpfs", "--tmp-tmpfs", "--keep", directory.path(), "--keep",
                 std::filesystem::path(DEVICE_ROOT_PROGRAM).parent_path(), "--", DEVICE_ROOT_PROGRAM, "--opt-tmpfs",
-                "--tmp-tmpfs", "--keep", directory.get(), "--", "cat", directory / "file"});
+                "--tmp-tmpfs", "--keep", directory.path(), "--", "cat", directory / "file"});
   EXPECT_EQ(outcome.output, "text") << outcome.errors;
 }
 
@@ -145,7 +147,7 @@ TEST_F(ADeviceRoot, NamesACommandThatCannotBeRun) {
   const Outcome missing = RunToEnd({DEVICE_ROOT_PROGRAM, "--opt-tmpfs", directory / "missing"});
   EXPECT_EQ(missing.status, 127);
   EXPECT_THAT(missing.errors, StartsWith("device-root: can't run " + directory / "missing"));
-  EXPECT_EQ(RunToEnd({DEVICE_ROOT_PROGRAM, "--opt-tmpfs", directory.get()}).status, 126);
+  EXPECT_EQ(RunToEnd({DEVICE_ROOT_PROGRAM, "--opt-tmpfs", directory.path()}).status, 126);
 }
 
 TEST_F(ADeviceRoot, NamesADirectoryThatIsNotThere) {

@@ -7,10 +7,12 @@
 #include <stdexcept>
 
 #include "Child.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace host {
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -23,21 +25,21 @@ TEST(ADirectoryLock, MakesTheDirectory) {
 
 TEST(ADirectoryLock, RefusesASecondOneAsLongAsItLives) {
   const TemporaryDirectory directory;
-  std::optional<DirectoryLock> lock(directory.get());
-  EXPECT_THAT([&] { DirectoryLock second(directory.get()); },
-              ThrowsMessage<std::runtime_error>(HasSubstr("already runs on " + directory.get().string())));
+  std::optional<DirectoryLock> lock(directory.path());
+  EXPECT_THAT([&] { DirectoryLock second(directory.path()); },
+              ThrowsMessage<std::runtime_error>(HasSubstr("already runs on " + directory.path().string())));
   lock.reset();
-  EXPECT_NO_THROW(DirectoryLock second(directory.get()));
+  EXPECT_NO_THROW(DirectoryLock second(directory.path()));
 }
 
 TEST(ADirectoryLock, IsNotHandedDownToAProgramThatIsStarted) {
   const TemporaryDirectory directory;
-  std::optional<DirectoryLock> lock(directory.get());
+  std::optional<DirectoryLock> lock(directory.path());
   Child child({"cat"});
   child.Write("started\n");
   EXPECT_EQ(child.ReadLine(), "started");
   lock.reset();
-  EXPECT_NO_THROW(DirectoryLock second(directory.get()));
+  EXPECT_NO_THROW(DirectoryLock second(directory.path()));
 }
 
 TEST(ADirectoryLock, CannotBeHadOnAFile) {

@@ -9,9 +9,11 @@
 
 #include "Child.h"
 #include "StatusStorage.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -8,10 +8,12 @@
 #include <stdexcept>
 
 #include "StatusStorage.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace host {
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 using testing::HasSubstr;
 using testing::ThrowsMessage;

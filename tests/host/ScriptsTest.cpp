@@ -8,9 +8,11 @@
 #include <sstream>
 
 #include "Child.h"
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 using testing::AllOf;
 using testing::EndsWith;
@@ -235,7 +237,7 @@ class TheDemonstration : public TheScripts {
  protected:
   Outcome Show(const std::string& preparation) const {
     return Run("device",
-               preparation + "; exec scripts/demo.sh '" BUILD_DIRECTORY "' '" + directory.get().string() + "'");
+               preparation + "; exec scripts/demo.sh '" BUILD_DIRECTORY "' '" + directory.path().string() + "'");
   }
 };
 

@@ -7,12 +7,14 @@
 #include <fstream>
 #include <limits>
 
-#include "TemporaryDirectory.h"
 #include "klay/Exception.h"
 #include "klay/database/Statement.h"
+#include "support/TemporaryDirectory.h"
 
 namespace host {
 namespace {
+
+using zav::test::TemporaryDirectory;
 
 class AStatusStorage : public testing::Test {
  protected:

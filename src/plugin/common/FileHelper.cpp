@@ -34,6 +34,21 @@ bool Exists(const std::string& path) {
   return lstat(path.c_str(), &info) == 0;
 }
 
+/// Whether `path` is a directory, itself and not by a link. @return 0, or -1 with a warning from `site`.
+/// @param before  stands before the path in the warning about what is no directory.
+int CheckDirectory(const LogSite& site, const std::string& path, const char* before = "") {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0) {
+    LogLine(Priority::kWarning, site, "could not take info (lstat) about directory: ", path);
+    return -1;
+  }
+  if (!S_ISDIR(info.st_mode)) {
+    LogLine(Priority::kWarning, site, before, path, " is not a directory");
+    return -1;
+  }
+  return 0;
+}
+
 /// One step through a directory: 0 and an entry; 0 and null at the end; else the error, and null.
 int ReadDir(DIR* directory, dirent** entry) {
   errno = 0;
@@ -130,15 +145,7 @@ int FileHelper::createDirectory(const std::string& path) {
 }
 
 int FileHelper::directoryExist(const std::string& path) {
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) {
-    LOG_WARNING("could not take info (lstat) about directory: ", path);
-    return -1;
-  }
-  if (!S_ISDIR(info.st_mode)) {
-    LOG_WARNING(path, " is not a directory");
-    return -1;
-  }
+  if (CheckDirectory(LOG_SITE, path) != 0) return -1;
   LOG_DEBUG("directory: ", path, " exist");
   return 0;
 }
@@ -201,15 +208,7 @@ bool IsSelfOrParent(std::string_view name) {
 
 int getDirectoryContent(const std::string& root, const std::string& relative, DirectoryContent& content) {
   const std::string path = root + relative;
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) {
-    LOG_WARNING("could not take info (lstat) about directory: ", path);
-    return -1;
-  }
-  if (!S_ISDIR(info.st_mode)) {
-    LOG_WARNING("directory: ", path, " is not a directory");
-    return -1;
-  }
+  if (CheckDirectory(LOG_SITE, path, "directory: ") != 0) return -1;
   const Directory directory(opendir(path.c_str()));
   if (!directory) {
     LOG_WARNING("opendir could not open directory: ", path);
@@ -230,15 +229,7 @@ int getDirectoryContent(const std::string& root, const std::string& relative, Di
 }
 
 int FileHelper::deleteDirectoryContent(const std::string& path) {
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) {
-    LOG_WARNING("could not take info (lstat) about directory: ", path);
-    return -1;
-  }
-  if (!S_ISDIR(info.st_mode)) {
-    LOG_WARNING(path, " is not a directory");
-    return -1;
-  }
+  if (CheckDirectory(LOG_SITE, path) != 0) return -1;
   DirectoryContent content;
   const int listed = getDirectoryContent(path, "", content);
   if (listed != 0) return listed;

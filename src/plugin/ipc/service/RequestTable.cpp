@@ -55,27 +55,25 @@ void Reply(Request& request, const StatePackage& package) {
   request.socket.sendValue(static_cast<unsigned>(bytes.size()), bytes.data());
 }
 
-/// A switch of the state, read under the state's lock.
-int ReadSwitch(State::Enum (State::*read)() const) {
-  State& state = State::Instance();
-  const std::lock_guard guard(state.Mutex());
-  return (state.*read)();
+/// Answers with a switch of the state, read under the state's lock.
+void ReplySwitch(Request& request, std::int32_t code, State::Enum (State::*read)() const) {
+  request.connection.requestReceived();
+  StatePackage package;
+  package.code = code;
+  {
+    State& state = State::Instance();
+    const std::lock_guard guard(state.Mutex());
+    package.state = (state.*read)();
+  }
+  Reply(request, package);
 }
 
 void GetPyxState(Request& request) {
-  request.connection.requestReceived();
-  StatePackage package;
-  package.code = kPyxStateCode;
-  package.state = ReadSwitch(&State::PyxState);
-  Reply(request, package);
+  ReplySwitch(request, kPyxStateCode, &State::PyxState);
 }
 
 void GetLoggingState(Request& request) {
-  request.connection.requestReceived();
-  StatePackage package;
-  package.code = kLoggingStateCode;
-  package.state = ReadSwitch(&State::LoggingState);
-  Reply(request, package);
+  ReplySwitch(request, kLoggingStateCode, &State::LoggingState);
 }
 
 void LogThreatUrl(Request& request) {
