@@ -3,8 +3,12 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <sys/resource.h>
+
 #include <climits>
+#include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "support/Device.h"
 #include "support/LogRecorder.h"
@@ -28,6 +32,7 @@ using Lines = std::vector<testing::Matcher<LogEntry>>;
 
 const auto kUnknown = static_cast<Component>(1);
 const std::string kDamaged = kDatabase + ".damaged";
+const std::string kRestoring = kDatabase + ".restoring";
 const char* const kNotOpen = "Storage handler was not initialized";
 
 testing::Matcher<LogEntry> StorageLine(int priority, const std::string& function,
@@ -124,6 +129,7 @@ class AMissingTable : public ADatabase {};
 class AnUnknownComponent : public ADatabase {};
 class TheBackup : public ADatabase {};
 class RestoringTheBackup : public ADatabase {};
+class AnInterruptedRestore : public RestoringTheBackup {};
 class AClosedDatabase : public ADatabase {};
 class ADamagedDatabaseFile : public ADatabase {};
 
@@ -470,6 +476,21 @@ TEST_F(TheBackup, ThatFindsTheDiskFullIsAWarningAndTheWriteASuccess) {
   EXPECT_TRUE(Read("a") == value);
 }
 
+TEST_F(TheBackup, KeepsItsContentWhereTheNextOneFindsTheDiskFull) {
+  MakeStorageDirectory();
+  SmallDisk disk(kStorageDirectory, 1024 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  OpenWithRow("a", "1");
+  for (const char letter : {'u', 'v'}) ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", std::string(50'000, letter)), 0);
+  const std::string backup = ReadFile(kBackup);
+  const auto free = static_cast<unsigned>(fs::space(kStorageDirectory).free);
+  disk.Resize(1024 * 1024 - free + 4096);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", std::string(50'000, 'w')), 0);
+  EXPECT_EQ(LogRecorder::Count("Failed to backup DB"), 1);
+  EXPECT_TRUE(ReadFile(kBackup) == backup);
+  EXPECT_FALSE(FileExists(kBackup + ".new"));
+}
+
 TEST_F(RestoringTheBackup, WithoutOneFailsWithTheDatabaseGoneAndClosed) {
   Open();
   EXPECT_EQ(storage.RestoreBackup(), -50);
@@ -542,6 +563,90 @@ TEST_F(RestoringTheBackup, LeavesNoDescriptorOfTheOldDatabase) {
   const auto before = Descriptors();
   EXPECT_EQ(storage.RestoreBackup(), 0);
   EXPECT_EQ(Descriptors(), before);
+}
+
+TEST_F(RestoringTheBackup, LeavesNothingBesideTheDatabase) {
+  OpenWithRow("a", "1");
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  for (const auto& entry : fs::directory_iterator(kStorageDirectory)) {
+    EXPECT_THAT(entry.path().string(), testing::AnyOf(kDatabase, kBackup, kJournal));
+  }
+}
+
+// ---- a restore that was cut short: without a word of it, an empty database would be made and then copied over the
+// backup
+
+TEST_F(AnInterruptedRestore, IsFinishedAtTheNextOpeningWhateverItHadComeTo) {
+  OpenWithRow("a", "old");
+  const std::string journal = HotJournal();
+  ASSERT_FALSE(journal.empty());
+  ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", "new"), 0);
+  const std::string whole = ReadFile(kDatabase);
+  const std::vector<std::pair<const char*, std::function<void()>>> states{
+      {"nothing was done", [] {}},
+      {"the database is gone, its journal is not",
+       [&] {
+         fs::remove(kDatabase);
+         WriteFile(kJournal, journal);
+       }},
+      {"nothing is left", [] { fs::remove(kDatabase); }},
+      {"an empty database was made", [] { WriteFile(kDatabase, ""); }},
+      {"the copy is under way",
+       [&] {
+         fs::remove(kDatabase);
+         WriteFile(kDatabase + ".new", whole.substr(0, whole.size() / 2));
+       }},
+      {"the copy is in place", [&] { WriteFile(kDatabase, whole); }}};
+  for (const auto& [state, make] : states) {
+    SCOPED_TRACE(state);
+    make();
+    WriteFile(kRestoring, "");
+    DBStorage next;
+    next.InitHandler();
+    EXPECT_FALSE(FileExists(kRestoring));
+    EXPECT_FALSE(FileExists(kDatabase + ".new"));
+    std::string value;
+    EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+    EXPECT_EQ(value, "new");
+    EXPECT_EQ(next.CheckTables(), 0);
+  }
+}
+
+TEST_F(AnInterruptedRestore, WithoutABackupIsOver) {
+  MakeStorageDirectory();
+  WriteFile(kRestoring, "");
+  storage.InitHandler();
+  EXPECT_FALSE(FileExists(kRestoring));
+  EXPECT_EQ(storage.CheckTables(), -51);
+}
+
+TEST_F(AnInterruptedRestore, OfABackupThatCannotBeReadIsOver) {
+  MakeStorageDirectory();
+  fs::create_directory(kBackup);
+  WriteFile(kRestoring, "");
+  storage.InitHandler();
+  EXPECT_FALSE(FileExists(kRestoring));
+  EXPECT_EQ(storage.CheckTables(), -51);
+}
+
+TEST_F(AnInterruptedRestore, ForWantOfRoomIsFinishedWhenThereIsRoom) {
+  OpenWithRow("a", std::string(50'000, 'x'));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit little{20'000, previous.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  storage.Reset();
+  EXPECT_EQ(LogRecorder::Count("Failed to initialize handler: the backup cannot be put in place"), 1);
+  ExpectClosed();
+  setrlimit(RLIMIT_FSIZE, &previous);
+  // Also by a process that comes after this one.
+  DBStorage next;
+  next.InitHandler();
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value.size(), 50'000u);
 }
 
 // ---- closed

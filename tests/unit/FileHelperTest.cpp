@@ -261,6 +261,66 @@ TEST_F(CopyingAFile, BeyondTheLargestSizeThatIsAllowedFails) {
   setrlimit(RLIMIT_FSIZE, &previous);
 }
 
+TEST_F(CopyingAFile, OntoAnExistingOneThatFailsLeavesThatAsItWas) {
+  WriteFile(src, std::string(100'000, 'x'));
+  WriteFile(dst, "old");
+  fs::permissions(dst, fs::perms(0640));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit limit{10'000, previous.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  ExpectShortWrite(helper, src, dst);
+  setrlimit(RLIMIT_FSIZE, &previous);
+  EXPECT_EQ(ReadFile(dst), "old");
+  EXPECT_EQ(PermissionsOf(dst), 0640u);
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(CopyingAFile, OverTheRemainsOfACopyThatWasCutShortIsWhole) {
+  WriteFile(src, "new");
+  WriteFile(scratch + "/elsewhere", "untouched");
+  fs::create_symlink(scratch + "/elsewhere", dst + ".new");
+  EXPECT_EQ(helper.copyFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_FALSE(fs::is_symlink(dst));
+  EXPECT_EQ(ReadFile(scratch + "/elsewhere"), "untouched");
+}
+
+TEST_F(CopyingAFile, OntoALinkWritesToItsTarget) {
+  WriteFile(src, "new");
+  WriteFile(scratch + "/target", "longer than what comes");
+  fs::create_symlink(scratch + "/target", dst);
+  EXPECT_EQ(helper.copyFile(src, dst), 0);
+  EXPECT_TRUE(fs::is_symlink(dst));
+  EXPECT_EQ(ReadFile(scratch + "/target"), "new");
+}
+
+TEST_F(CopyingAFile, OntoOneThatMayNotBeWrittenFailsAndLeavesIt) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  fs::permissions(dst, fs::perms(0444));
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.copyFile(src, dst), -1);
+  EXPECT_EQ(LogRecorder::Count("could not open or create dst: " + dst), 1);
+  EXPECT_EQ(ReadFile(dst), "old");
+}
+
+TEST_F(CopyingAFile, IntoADirectoryWhereNoFileCanBeMadeWritesTheOneThatIsThere) {
+  fs::create_directory(scratch + "/closed");
+  const std::string inside = scratch + "/closed/dst";
+  WriteFile(src, "new");
+  WriteFile(inside, "longer than what comes");
+  fs::permissions(inside, fs::perms(0666));
+  fs::permissions(scratch + "/closed", fs::perms(0555));
+  {
+    const WithoutPrivilege plain;
+    EXPECT_EQ(helper.copyFile(src, inside), 0);
+  }
+  fs::permissions(scratch + "/closed", fs::perms(0755));
+  EXPECT_EQ(ReadFile(inside), "new");
+}
+
 TEST_F(CopyingAFile, ThroughALinkToADirectoryFails) {
   fs::create_directory(scratch + "/directory");
   WriteFile(scratch + "/directory/file", "x");

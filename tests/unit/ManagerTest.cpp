@@ -526,6 +526,15 @@ TEST_F(ADamagedDatabase, WithADamagedBackupIsHealedByAWriteAlone) {
   EXPECT_EQ(ReadFile(kBackup), ReadFile(kDatabase));
 }
 
+TEST_F(ADamagedDatabase, WhoseReplacementWasCutShortIsReplacedAtTheNextStart) {
+  WriteDefaultPolicy(R"({"State":{"from":"default"}})");
+  SetRow("State", R"({"from":"reports"})");
+  fs::rename(kDatabase, kBackup);
+  WriteFile(kDatabase + ".restoring", "");
+  EXPECT_EQ(Manager::Instance().GetPolicy(PYXPlugin, "State").GetStringValue("from"), "reports");
+  EXPECT_EQ(LogRecorder::Count("Default policy successfully read"), 0);
+}
+
 TEST_F(ADamagedDatabase, WhileItIsInUseIsReplacedByItsBackup) {
   ASSERT_TRUE(!FileExists(kDatabase));
   WriteDefaultPolicy(R"({"a":{"from":"default"}})");

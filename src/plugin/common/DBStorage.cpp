@@ -17,6 +17,9 @@ const char* const kDirectory = "/opt/data/dpm/dplugins/zav-pyx-plugin";
 const char* const kDatabase = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db";
 const char* const kBackup = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak";
 const char* const kJournal = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db-journal";
+// There from before the database is deleted until the backup stands whole in its place: a restore that was cut short
+// is finished at the next opening. Without it an empty database would be made then, and overwrite the backup.
+const char* const kRestoring = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.restoring";
 
 // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
 constexpr int kOpenFlags = 6;
@@ -30,6 +33,18 @@ static_assert(kColumns.size() == 159);
 
 using klay::database::Connection;
 using klay::database::Statement;
+
+/// Copies the backup to where the database was. After a failure the restore remains to be finished, unless there is no
+/// backup that could be read.
+bool PlaceBackup() {
+  FileHelper files;
+  // A journal that the old file left would be rolled into the new one.
+  files.discardFile(kJournal);
+  const bool placed = files.copyFile(kBackup, kDatabase) == 0;
+  if (placed) files.syncFile(kDatabase);
+  if (placed || !files.fileReadable(kBackup)) files.removeMark(kRestoring);
+  return placed;
+}
 
 /// What an SQL failure of a read or a write means: a missing table is told by the engine's text alone.
 int TableFailure(const LogSite& site, const Component& component, const char* before, const std::string& name,
@@ -64,7 +79,12 @@ int DBStorage::Guarded(const LogSite& site, const char* unknownFailure, Work wor
 
 void DBStorage::InitHandler() {
   if (handler) return;
-  if (FileHelper().createDirectory(kDirectory) != 0) return;
+  FileHelper files;
+  if (files.createDirectory(kDirectory) != 0) return;
+  if (files.fileExist(kRestoring) && !PlaceBackup() && files.fileExist(kRestoring)) {
+    LOG_ERROR("Failed to initialize handler: the backup cannot be put in place");
+    return;
+  }
   try {
     handler.reset(new (std::nothrow) Connection(kDatabase, kOpenFlags, kCheckAtOpening));
   } catch (const klay::Exception& exception) {
@@ -82,10 +102,9 @@ void DBStorage::Reset() {
 int DBStorage::RestoreBackup() {
   handler.reset();
   FileHelper files;
+  files.makeMark(kRestoring);
   files.deleteFile(kDatabase);
-  // A journal that the old file left would be rolled into the new one.
-  files.discardFile(kJournal);
-  if (files.copyFile(kBackup, kDatabase) != 0) {
+  if (!PlaceBackup()) {
     LOG_WARNING("Failed to restore backup");
     return kStorageFailure;
   }

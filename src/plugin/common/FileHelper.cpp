@@ -1,8 +1,10 @@
 #include "common/FileHelper.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -16,6 +18,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kPermissionBits = 0777;
+constexpr size_t kReadSize = 4096;
 // A directory always lists "." and "..", so a third entry is content.
 constexpr int kEntriesOfAnEmptyDirectory = 2;
 
@@ -59,15 +62,73 @@ int ReadDir(DIR* directory, dirent** entry) {
   return error;
 }
 
-/// Streams the whole of `from` into `to` and closes it. A stream does not always tell a full disk from success (the
-/// last bytes go out at the close), so the sizes have the last word.
-bool StreamWhole(std::ifstream& from, std::ofstream& to, const std::string& src, const std::string& dst) {
-  // An empty source would count as a failure of the stream.
-  if (from.peek() != std::ifstream::traits_type::eof()) to << from.rdbuf();
-  to.close();
-  struct stat read {};
-  struct stat written {};
-  return stat(src.c_str(), &read) == 0 && stat(dst.c_str(), &written) == 0 && read.st_size == written.st_size;
+/// The file that a copy is written to: a new one beside `dst`, put in its place when it is whole, so that `dst` never
+/// holds a part of the content. Where that cannot be (`dst` is a pipe, a device or a link, or no file can be made
+/// beside it), `dst` itself.
+class CopyTarget {
+ public:
+  explicit CopyTarget(const std::string& dst) : destination(dst), path(CanBeReplaced(dst) ? dst + ".new" : dst) {
+    if (IsNew() && !MakePrivate(path)) {
+      // Where there is no room for another file there is none for the content of this one.
+      if (errno == ENOSPC || errno == EDQUOT) return;
+      path = dst;
+    }
+    stream.open(path, std::ios::out);
+  }
+  ~CopyTarget() {
+    if (IsNew()) unlink(path.c_str());
+  }
+  CopyTarget(const CopyTarget&) = delete;
+  CopyTarget& operator=(const CopyTarget&) = delete;
+
+  bool IsOpen() const { return stream.is_open(); }
+
+  /// Streams the whole of `from` into the target, closes it and puts it in place. A stream does not always tell a full
+  /// disk from success (the last bytes go out at the close), so the sizes have the last word.
+  bool Fill(std::ifstream& from, const std::string& src) {
+    // An empty source would count as a failure of the stream.
+    if (from.peek() != std::ifstream::traits_type::eof()) stream << from.rdbuf();
+    stream.close();
+    struct stat read {};
+    struct stat written {};
+    if (stat(src.c_str(), &read) != 0 || stat(path.c_str(), &written) != 0 || read.st_size != written.st_size) {
+      return false;
+    }
+    if (!IsNew()) return true;
+    if (rename(path.c_str(), destination.c_str()) != 0) return false;
+    path = destination;
+    return true;
+  }
+
+ private:
+  static bool CanBeReplaced(const std::string& dst) {
+    struct stat info {};
+    if (lstat(dst.c_str(), &info) != 0) return errno == ENOENT;
+    return S_ISREG(info.st_mode) && faccessat(AT_FDCWD, dst.c_str(), W_OK, AT_EACCESS) == 0;
+  }
+  /// Until it has the permissions of the source, nobody else is to see the content.
+  static bool MakePrivate(const std::string& file) {
+    unlink(file.c_str());
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    return descriptor != -1 && close(descriptor) == 0;
+  }
+  bool IsNew() const { return path != destination; }
+
+  const std::string& destination;
+  std::string path;
+  std::ofstream stream;
+};
+
+/// As far as the file system does it: one that cannot says so, and there is nothing else to be done.
+void Sync(const std::string& path, int flags) {
+  const int descriptor = open(path.c_str(), flags | O_CLOEXEC);
+  if (descriptor == -1) return;
+  fsync(descriptor);
+  close(descriptor);
+}
+
+void SyncDirectoryOf(const std::string& path) {
+  Sync(path.substr(0, path.rfind('/') + 1), O_RDONLY | O_DIRECTORY);
 }
 
 void CopyPermissions(const std::string& path, mode_t mode) {
@@ -93,16 +154,18 @@ int FileHelper::copyFile(const std::string& src, const std::string& dst) {
   }
   LOG_DEBUG("file: ", src, " size is ", info.st_size, " bytes");
   std::ifstream from(src, std::ios::in);
-  std::ofstream to(dst, std::ios::out);
   if (!from.is_open()) {
+    // The destination is made or emptied all the same.
+    std::ofstream(dst, std::ios::out).close();
     LOG_WARNING("could not open src: ", src);
     return -1;
   }
-  if (!to.is_open()) {
+  CopyTarget to(dst);
+  if (!to.IsOpen()) {
     LOG_WARNING("could not open or create dst: ", dst);
     return -1;
   }
-  if (!StreamWhole(from, to, src, dst)) {
+  if (!to.Fill(from, src)) {
     LOG_WARNING("could not copy the whole of src: ", src, " to dst: ", dst);
     return -1;
   }
@@ -123,6 +186,32 @@ int FileHelper::deleteFile(const std::string& path) {
 
 void FileHelper::discardFile(const std::string& path) {
   unlink(path.c_str());
+}
+
+bool FileHelper::fileExist(const std::string& path) {
+  return Exists(path);
+}
+
+bool FileHelper::fileReadable(const std::string& path) {
+  std::ifstream file(path, std::ios::in);
+  std::array<char, kReadSize> chunk;
+  while (file.read(chunk.data(), chunk.size())) {
+  }
+  return file.eof() && !file.bad();
+}
+
+void FileHelper::makeMark(const std::string& path) {
+  std::ofstream(path, std::ios::out).close();
+  SyncDirectoryOf(path);
+}
+
+void FileHelper::removeMark(const std::string& path) {
+  if (unlink(path.c_str()) == 0) SyncDirectoryOf(path);
+}
+
+void FileHelper::syncFile(const std::string& path) {
+  Sync(path, O_RDONLY);
+  SyncDirectoryOf(path);
 }
 
 int FileHelper::createDirectory(const std::string& path) {

@@ -39,17 +39,31 @@ class FileHelper : public IFileHelper {
   int copyDirectoryContent(const std::string& src, const std::string& dst) override;
   int deleteDirectoryContent(const std::string& path) override;
 
-  /// Copies a file and its permission bits over `dst`, which is truncated or made.
+  /// Copies a file and its permission bits over `dst`, which is made where it is missing. A regular file in that place
+  /// is replaced in one step: it holds the old content or the new one, whenever the process ends. The copy is not
+  /// synced to the disk.
   ///
   /// @param src  a regular file, or a symbolic link, which is copied as a file with its target's content.
-  /// @return 0, or -1: `dst` may then hold a part of the content.
+  /// @return 0, or -1: `dst` is then as it was. It is empty where `src` is there but cannot be opened, and may hold a
+  ///         part of the content where it is no regular file, or no file can be made beside it (".new").
   int copyFile(const std::string& src, const std::string& dst);
 
   /// Removes a file or an empty directory. @return 0 or -1, logged either way.
   int deleteFile(const std::string& path);
 
-  /// Removes a file if there is one, and logs nothing either way.
+  // What follows logs nothing.
+
+  /// Removes a file if there is one.
   void discardFile(const std::string& path);
+  /// Whether there is anything of that name. A symbolic link is not followed.
+  bool fileExist(const std::string& path);
+  /// Whether a file can be read to its end.
+  bool fileReadable(const std::string& path);
+  /// Makes an empty file, or removes one, that is to be there, or gone, after a power loss too. `path` is absolute.
+  void makeMark(const std::string& path);
+  void removeMark(const std::string& path);
+  /// Brings a file and its name to the disk. `path` is absolute.
+  void syncFile(const std::string& path);
 };
 
 /// The entries below a directory, by kind; each as a path relative to the listed root, beginning with "/".
