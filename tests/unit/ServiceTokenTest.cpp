@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -120,6 +121,30 @@ TEST(TheHandOver, IsOverInOneStep) {
   }
   connections.join();
   EXPECT_EQ(refused, 0);
+}
+
+TEST(TheHandOver, IsOverInOneStepAlsoForWhoWaitsForTheToken) {
+  constexpr int kTurns = 5000;
+  std::atomic<bool> taken{false};
+  std::thread connections([&] {
+    for (int done = 0; done < kTurns; ++done) {
+      while (!taken.exchange(false)) std::this_thread::yield();
+      ipc::ReleaseService();
+    }
+  });
+  int busy = 0;
+  serviceMutex.lock();
+  for (int done = 0; done < kTurns; ++done) {
+    serviceBusy = true;
+    taken = true;
+    for (int looks = 0; !serviceMutex.try_lock(); ++looks) {
+      if (looks > 1000) std::this_thread::yield();
+    }
+    // Whoever finds the token free sees the flag cleared.
+    if (serviceBusy) ++busy;
+  }
+  connections.join();
+  EXPECT_EQ(busy, 0);
 }
 
 }  // namespace
