@@ -1,6 +1,7 @@
 #include "dlog/dlog.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -43,14 +44,22 @@ int WriteHead(char* text, int priority, const char* tag) {
                   Letter(priority), tag, getpid(), syscall(SYS_gettid));
 }
 
+/// The process that gave its standard error away may have made it nonblocking: no line is left half written for that.
+bool AwaitRoom(int file) {
+  pollfd writable{file, POLLOUT, 0};
+  return poll(&writable, 1, -1) == 1 || errno == EINTR;
+}
+
 /// One write for the whole line: other processes' lines in the same file do not come between. Where the write takes it
 /// in pieces, as a full pipe does, the lock keeps this process's own lines apart; it is held for nothing but writing.
 int WriteLine(const char* text, size_t size) {
   const std::lock_guard guard(writing);
+  const int file = output.load(std::memory_order_relaxed);
   const char* rest = text;
   while (size > 0) {
-    const ssize_t written = write(output.load(std::memory_order_relaxed), rest, size);
+    const ssize_t written = write(file, rest, size);
     if (written < 0 && errno == EINTR) continue;
+    if (written < 0 && errno == EAGAIN && AwaitRoom(file)) continue;
     if (written < 0) return -1;
     rest += written;
     size -= static_cast<size_t>(written);

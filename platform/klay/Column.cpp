@@ -14,7 +14,8 @@ std::string Column::getText() const {
     return {reinterpret_cast<const char*>(text), static_cast<size_t>(sqlite3_column_bytes(statement, index))};
   }
   sqlite3* database = sqlite3_db_handle(statement);
-  if (sqlite3_column_type(statement, index) != SQLITE_NULL || sqlite3_errcode(database) == SQLITE_NOMEM) {
+  const int error = sqlite3_errcode(database);
+  if (sqlite3_column_type(statement, index) != SQLITE_NULL || error == SQLITE_NOMEM || error == SQLITE_RANGE) {
     throw Exception(sqlite3_errmsg(database));
   }
   return {};

@@ -32,11 +32,18 @@ std::string Damage(sqlite3* database) {
   throw Exception(sqlite3_errmsg(database));
 }
 
-/// The journal goes along: left behind, it would be rolled into the file that comes next.
+/// Whatever happens, nothing is left at `from`.
+void Move(const std::string& from, const std::string& to) {
+  if (std::rename(from.c_str(), to.c_str()) != 0) std::remove(from.c_str());
+}
+
+/// The journal goes along: left behind, it would be rolled into the file that comes next. One that was set aside
+/// earlier belongs to another file.
 void SetAside(const std::string& path) {
   const std::string aside = path + kDamagedSuffix;
-  std::rename((path + kJournalSuffix).c_str(), (aside + kJournalSuffix).c_str());
-  std::rename(path.c_str(), aside.c_str());
+  std::remove((aside + kJournalSuffix).c_str());
+  Move(path + kJournalSuffix, aside + kJournalSuffix);
+  Move(path, aside);
 }
 
 void Configure(sqlite3* database, const char* sql) {

@@ -212,6 +212,21 @@ TEST_F(ADamagedFile, IsNotLookedAtWithoutTheCheck) {
   EXPECT_FALSE(FileExists(damaged));
 }
 
+TEST_F(ADamagedFile, WithoutAJournalIsSetAsideWithoutAnEarlierOnes) {
+  WriteFile(damaged + "-journal", "another file's");
+  WriteFile(file, kGarbage);
+  EXPECT_EQ(Failure(), "file is not a database");
+  EXPECT_FALSE(FileExists(damaged + "-journal"));
+}
+
+TEST_F(ADamagedFile, ThatCannotBeSetAsideIsRemoved) {
+  fs::create_directory(damaged);
+  WriteFile(file, kGarbage);
+  EXPECT_EQ(Failure(), "file is not a database");
+  EXPECT_FALSE(FileExists(file));
+  EXPECT_EQ(Failure(), "");
+}
+
 TEST_F(ADamagedFile, TakesThePlaceOfAnEarlierOne) {
   WriteFile(damaged, "earlier");
   WriteFile(file, kGarbage);

@@ -33,6 +33,7 @@ using Lines = std::vector<testing::Matcher<LogEntry>>;
 const auto kUnknown = static_cast<Component>(1);
 const std::string kDamaged = kDatabase + ".damaged";
 const std::string kRestoring = kDatabase + ".restoring";
+const std::string kStale = kBackup + ".stale";
 const char* const kNotOpen = "Storage handler was not initialized";
 
 testing::Matcher<LogEntry> StorageLine(int priority, const std::string& function,
@@ -476,19 +477,74 @@ TEST_F(TheBackup, ThatFindsTheDiskFullIsAWarningAndTheWriteASuccess) {
   EXPECT_TRUE(Read("a") == value);
 }
 
-TEST_F(TheBackup, KeepsItsContentWhereTheNextOneFindsTheDiskFull) {
+TEST_F(TheBackup, IsOverwrittenWhereThereIsNoRoomForASecondOne) {
   MakeStorageDirectory();
   SmallDisk disk(kStorageDirectory, 1024 * 1024);
   if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
   OpenWithRow("a", "1");
   for (const char letter : {'u', 'v'}) ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", std::string(50'000, letter)), 0);
-  const std::string backup = ReadFile(kBackup);
   const auto free = static_cast<unsigned>(fs::space(kStorageDirectory).free);
   disk.Resize(1024 * 1024 - free + 4096);
   EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", std::string(50'000, 'w')), 0);
-  EXPECT_EQ(LogRecorder::Count("Failed to backup DB"), 1);
-  EXPECT_TRUE(ReadFile(kBackup) == backup);
+  EXPECT_EQ(LogRecorder::Count("Failed to backup DB"), 0);
+  EXPECT_TRUE(ReadFile(kBackup) == ReadFile(kDatabase));
   EXPECT_FALSE(FileExists(kBackup + ".new"));
+}
+
+/// A storage whose last write is in the database alone: "a" is "new" there and "old" in the backup.
+class AStaleBackup : public TheBackup {
+ protected:
+  void SetUp() override {
+    TheBackup::SetUp();
+    OpenWithRow("a", "old");
+    const std::string backup = ReadFile(kBackup);
+    fs::remove(kBackup);
+    fs::create_directory(kBackup);
+    ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", "new"), 0);
+    ASSERT_EQ(LogRecorder::Count("Failed to backup DB"), 1);
+    fs::remove(kBackup);
+    WriteFile(kBackup, backup);
+    LogRecorder::Clear();
+  }
+};
+
+TEST_F(AStaleBackup, DoesNotTakeThePlaceOfASoundDatabase) {
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kWarning, "RestoreBackup", "Failed to restore backup")));
+  ExpectClosed();
+  storage.Reset();
+  EXPECT_EQ(Read("a"), "new");
+}
+
+TEST_F(AStaleBackup, IsKnownToTheNextProcess) {
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.RestoreBackup(), -50);
+  next.Reset();
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "new");
+}
+
+TEST_F(AStaleBackup, TakesThePlaceOfADamagedDatabase) {
+  WriteFile(kDatabase, std::string(8192, 'x'));
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Read("a"), "old");
+  EXPECT_FALSE(FileExists(kStale));
+}
+
+TEST_F(AStaleBackup, TakesThePlaceOfAnEmptyDatabase) {
+  fs::remove(kDatabase);
+  storage.Reset();
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Read("a"), "old");
+}
+
+TEST_F(AStaleBackup, IsOneNoMoreAfterTheNextWrite) {
+  ASSERT_EQ(storage.WritePolicy(PYXPlugin, "b", "1"), 0);
+  EXPECT_FALSE(FileExists(kStale));
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Read("a"), "new");
 }
 
 TEST_F(RestoringTheBackup, WithoutOneFailsWithTheDatabaseGoneAndClosed) {
@@ -610,6 +666,38 @@ TEST_F(AnInterruptedRestore, IsFinishedAtTheNextOpeningWhateverItHadComeTo) {
     EXPECT_EQ(value, "new");
     EXPECT_EQ(next.CheckTables(), 0);
   }
+}
+
+TEST_F(AnInterruptedRestore, OfADatabaseThatWasSetAsideIsFinishedByTheNextProcess) {
+  OpenWithRow("a", "1");
+  WriteFile(kDatabase, std::string(8192, 'x'));
+  {
+    // As far as a process comes that ends before its first read.
+    DBStorage first;
+    first.InitHandler();
+    first.Reset();
+  }
+  EXPECT_TRUE(fs::is_empty(kDatabase));
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.CheckTables(), 0);
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "1");
+  EXPECT_FALSE(FileExists(kRestoring));
+}
+
+TEST_F(AnInterruptedRestore, IsOwedNoMoreWhenSomethingWasWritten) {
+  OpenWithRow("a", "1");
+  for (const std::string& file : {kDatabase, kBackup}) WriteFile(file, std::string(8192, 'x'));
+  DBStorage first;
+  first.InitHandler();
+  first.Reset();
+  EXPECT_TRUE(FileExists(kRestoring));
+  ASSERT_EQ(first.RestoreTable(PYXPlugin), 0);
+  ASSERT_EQ(first.WritePolicy(PYXPlugin, "a", "2"), 0);
+  EXPECT_FALSE(FileExists(kRestoring));
+  EXPECT_THAT(Rows(kBackup), ElementsAre(Pair("a", "2")));
 }
 
 TEST_F(AnInterruptedRestore, WithoutABackupIsOver) {

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "support/Device.h"
 #include "support/LogRecorder.h"
@@ -53,6 +55,7 @@ class AFileHelper : public testing::Test {
 };
 
 class CopyingAFile : public AFileHelper {};
+class ReplacingAFile : public AFileHelper {};
 class MakingADirectory : public AFileHelper {};
 class AskingForADirectory : public AFileHelper {};
 class AnEmptyDirectory : public AFileHelper {};
@@ -261,64 +264,11 @@ TEST_F(CopyingAFile, BeyondTheLargestSizeThatIsAllowedFails) {
   setrlimit(RLIMIT_FSIZE, &previous);
 }
 
-TEST_F(CopyingAFile, OntoAnExistingOneThatFailsLeavesThatAsItWas) {
-  WriteFile(src, std::string(100'000, 'x'));
-  WriteFile(dst, "old");
-  fs::permissions(dst, fs::perms(0640));
-  signal(SIGXFSZ, SIG_IGN);
-  rlimit previous{};
-  getrlimit(RLIMIT_FSIZE, &previous);
-  const rlimit limit{10'000, previous.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  ExpectShortWrite(helper, src, dst);
-  setrlimit(RLIMIT_FSIZE, &previous);
-  EXPECT_EQ(ReadFile(dst), "old");
-  EXPECT_EQ(PermissionsOf(dst), 0640u);
-  EXPECT_FALSE(FileExists(dst + ".new"));
-}
-
-TEST_F(CopyingAFile, OverTheRemainsOfACopyThatWasCutShortIsWhole) {
-  WriteFile(src, "new");
-  WriteFile(scratch + "/elsewhere", "untouched");
-  fs::create_symlink(scratch + "/elsewhere", dst + ".new");
+TEST_F(CopyingAFile, LeavesWhatStandsBesideTheDestination) {
+  WriteFile(src, "x");
+  WriteFile(dst + ".new", "another one's");
   EXPECT_EQ(helper.copyFile(src, dst), 0);
-  EXPECT_EQ(ReadFile(dst), "new");
-  EXPECT_FALSE(fs::is_symlink(dst));
-  EXPECT_EQ(ReadFile(scratch + "/elsewhere"), "untouched");
-}
-
-TEST_F(CopyingAFile, OntoALinkWritesToItsTarget) {
-  WriteFile(src, "new");
-  WriteFile(scratch + "/target", "longer than what comes");
-  fs::create_symlink(scratch + "/target", dst);
-  EXPECT_EQ(helper.copyFile(src, dst), 0);
-  EXPECT_TRUE(fs::is_symlink(dst));
-  EXPECT_EQ(ReadFile(scratch + "/target"), "new");
-}
-
-TEST_F(CopyingAFile, OntoOneThatMayNotBeWrittenFailsAndLeavesIt) {
-  WriteFile(src, "new");
-  WriteFile(dst, "old");
-  fs::permissions(dst, fs::perms(0444));
-  const WithoutPrivilege plain;
-  EXPECT_EQ(helper.copyFile(src, dst), -1);
-  EXPECT_EQ(LogRecorder::Count("could not open or create dst: " + dst), 1);
-  EXPECT_EQ(ReadFile(dst), "old");
-}
-
-TEST_F(CopyingAFile, IntoADirectoryWhereNoFileCanBeMadeWritesTheOneThatIsThere) {
-  fs::create_directory(scratch + "/closed");
-  const std::string inside = scratch + "/closed/dst";
-  WriteFile(src, "new");
-  WriteFile(inside, "longer than what comes");
-  fs::permissions(inside, fs::perms(0666));
-  fs::permissions(scratch + "/closed", fs::perms(0555));
-  {
-    const WithoutPrivilege plain;
-    EXPECT_EQ(helper.copyFile(src, inside), 0);
-  }
-  fs::permissions(scratch + "/closed", fs::perms(0755));
-  EXPECT_EQ(ReadFile(inside), "new");
+  EXPECT_EQ(ReadFile(dst + ".new"), "another one's");
 }
 
 TEST_F(CopyingAFile, ThroughALinkToADirectoryFails) {
@@ -344,6 +294,116 @@ TEST_F(CopyingAFile, LogsPlainNumbersUnderALocaleThatGroupsDigits) {
   const GroupingLocale locale;
   EXPECT_EQ(helper.copyFile(src, dst), 0);
   EXPECT_EQ(LogRecorder::Count("file: " + src + " size is 12345 bytes"), 1);
+}
+
+// ---- replaceFile
+
+TEST_F(ReplacingAFile, LogsWhatACopyLogs) {
+  WriteFile(src, "12345");
+  fs::permissions(src, fs::perms(0640));
+  WriteFile(dst, "old");
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_THAT(Lines(), testing::ElementsAreArray(CopyLines(src, dst, 5, 416)));
+  EXPECT_EQ(ReadFile(dst), "12345");
+  EXPECT_EQ(PermissionsOf(dst), 0640u);
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, ShowsTheOldContentOrTheNewToWhoHasItOpen) {
+  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(dst, "old");
+  std::ifstream reader(dst);
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "old");
+}
+
+TEST_F(ReplacingAFile, ThatIsMissingMakesIt) {
+  WriteFile(src, "new");
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+}
+
+TEST_F(ReplacingAFile, WithoutRoomForASecondOneOverwritesIt) {
+  fs::create_directory(scratch + "/disk");
+  const SmallDisk disk(scratch + "/disk", 256 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  const std::string inside = scratch + "/disk/dst";
+  WriteFile(src, std::string(200'000, 'n'));
+  WriteFile(inside, std::string(190'000, 'o'));
+  EXPECT_EQ(helper.replaceFile(src, inside), 0);
+  EXPECT_TRUE(ReadFile(inside) == ReadFile(src));
+}
+
+TEST_F(ReplacingAFile, WithoutRoomForItEvenInItsPlaceLeavesItAsItWas) {
+  fs::create_directory(scratch + "/disk");
+  const SmallDisk disk(scratch + "/disk", 256 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  const std::string inside = scratch + "/disk/dst";
+  WriteFile(src, std::string(300'000, 'n'));
+  WriteFile(inside, std::string(190'000, 'o'));
+  EXPECT_EQ(helper.replaceFile(src, inside), -1);
+  EXPECT_EQ(ReadFile(inside), std::string(190'000, 'o'));
+  EXPECT_FALSE(FileExists(inside + ".new"));
+}
+
+TEST_F(ReplacingAFile, ThatFailsLeavesItAsItWas) {
+  WriteFile(src, std::string(100'000, 'x'));
+  WriteFile(dst, "old");
+  fs::permissions(dst, fs::perms(0640));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit limit{10'000, previous.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  setrlimit(RLIMIT_FSIZE, &previous);
+  EXPECT_EQ(ReadFile(dst), "old");
+  EXPECT_EQ(PermissionsOf(dst), 0640u);
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, OverTheRemainsOfATryThatWasCutShortIsWhole) {
+  WriteFile(src, "new");
+  WriteFile(scratch + "/elsewhere", "untouched");
+  fs::create_symlink(scratch + "/elsewhere", dst + ".new");
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_FALSE(fs::is_symlink(dst));
+  EXPECT_EQ(ReadFile(scratch + "/elsewhere"), "untouched");
+}
+
+TEST_F(ReplacingAFile, ThatIsALinkWritesToItsTarget) {
+  WriteFile(src, "new");
+  WriteFile(scratch + "/target", "longer than what comes");
+  fs::create_symlink(scratch + "/target", dst);
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_TRUE(fs::is_symlink(dst));
+  EXPECT_EQ(ReadFile(scratch + "/target"), "new");
+}
+
+TEST_F(ReplacingAFile, ThatMayNotBeWrittenFailsAndLeavesIt) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  fs::permissions(dst, fs::perms(0444));
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  EXPECT_EQ(LogRecorder::Count("could not open or create dst: " + dst), 1);
+  EXPECT_EQ(ReadFile(dst), "old");
+}
+
+TEST_F(ReplacingAFile, WhereNoOtherCanBeMadeWritesTheOneThatIsThere) {
+  fs::create_directory(scratch + "/closed");
+  const std::string inside = scratch + "/closed/dst";
+  WriteFile(src, "new");
+  WriteFile(inside, "longer than what comes");
+  fs::permissions(inside, fs::perms(0666));
+  fs::permissions(scratch + "/closed", fs::perms(0555));
+  {
+    const WithoutPrivilege plain;
+    EXPECT_EQ(helper.replaceFile(src, inside), 0);
+  }
+  fs::permissions(scratch + "/closed", fs::perms(0755));
+  EXPECT_EQ(ReadFile(inside), "new");
 }
 
 // ---- deleteFile, discardFile

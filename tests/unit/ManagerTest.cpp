@@ -535,6 +535,31 @@ TEST_F(ADamagedDatabase, WhoseReplacementWasCutShortIsReplacedAtTheNextStart) {
   EXPECT_EQ(LogRecorder::Count("Default policy successfully read"), 0);
 }
 
+TEST_F(ADamagedDatabase, OnADiskThatIsNearlyFullLosesNothingThatWasWritten) {
+  MakeStorageDirectory();
+  SmallDisk disk(kStorageDirectory, 1024 * 1024);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no right to mount a disk here";
+  WriteDefaultPolicy(R"({"Other":{"from":"default"}})");
+  Manager& manager = Manager::Instance();
+  const auto sized = [](size_t size, char letter) {
+    Policy policy;
+    policy.SetStringValue("text", std::string(size, letter));
+    return policy;
+  };
+  // The second one brings the journal to its full size.
+  for (const char letter : {'u', 'v'}) ASSERT_EQ(manager.UpdatePolicy(PYXPlugin, "Storage", sized(40'000, letter)), 0);
+  for (const unsigned room : {40u * 1024, 16u * 1024, 4u * 1024}) {
+    SCOPED_TRACE(room);
+    disk.Resize(1024 * 1024);
+    disk.Resize(1024 * 1024 - static_cast<unsigned>(fs::space(kStorageDirectory).free) + room);
+    const char letter = static_cast<char>('a' + room / 4096);
+    ASSERT_EQ(manager.UpdatePolicy(PYXPlugin, "Storage", sized(40'000, letter)), 0);
+    EXPECT_NE(manager.UpdatePolicy(PYXPlugin, "Storage", sized(150'000, 'x')), 0);
+    EXPECT_EQ(manager.GetPolicy(PYXPlugin, "Storage").GetStringValue("text"), std::string(40'000, letter));
+    EXPECT_NE(Rows()["Storage"].find(std::string(40'000, letter)), std::string::npos);
+  }
+}
+
 TEST_F(ADamagedDatabase, WhileItIsInUseIsReplacedByItsBackup) {
   ASSERT_TRUE(!FileExists(kDatabase));
   WriteDefaultPolicy(R"({"a":{"from":"default"}})");

@@ -677,6 +677,12 @@ TEST_F(ASearch, FindsRecordsUnderThePlainTextOfTheirIndexesOnly) {
   EXPECT_EQ(Serve(Count(0, INT_MAX)), Words({1}));
 }
 
+TEST_F(ASearch, DoesNotFindARecordUnderMinusZero) {
+  State& state = Start({.lastIndex = 1, .records = Stamped({1})});
+  StorageOf(state).SetSubPolicy("-0", policy::Policy(Record("u", "T", kBase)));
+  EXPECT_EQ(Serve(Count(0, INT_MAX)), Words({1}));
+}
+
 TEST_F(ASearch, LeavesTheLogAsItIs) {
   State& state = Start({.maxLoggingPeriod = 3600, .lastIndex = 1});
   StorageOf(state).SetSubPolicy("1", policy::Policy(Record("http://1", "T", kBase + 1)));

@@ -92,6 +92,12 @@ TEST_F(AServedConnection, KeepsWhatItSentBeforeAStopAndGetsItsAnswer) {
   EXPECT_TRUE(ServiceCanSend());
 }
 
+TEST_F(AServedConnection, NeedsNoLookForThirtySecondsWhileTheServiceWorks) {
+  connection.enter(service);
+  connection.requestReceived();
+  EXPECT_EQ(connection.watch(), seconds(30));
+}
+
 TEST_F(AServedConnection, IsNotCutOffByAStopWhileTheServiceWorks) {
   connection.enter(service);
   connection.requestReceived();

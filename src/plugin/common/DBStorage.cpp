@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/FileHelper.h"
@@ -20,6 +21,8 @@ const char* const kJournal = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db-jou
 // There from before the database is deleted until the backup stands whole in its place: a restore that was cut short
 // is finished at the next opening. Without it an empty database would be made then, and overwrite the backup.
 const char* const kRestoring = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.restoring";
+// There while the backup lacks what the database holds, because the last copy failed.
+const char* const kStale = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak.stale";
 
 // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
 constexpr int kOpenFlags = 6;
@@ -34,26 +37,26 @@ static_assert(kColumns.size() == 159);
 using klay::database::Connection;
 using klay::database::Statement;
 
-/// Copies the backup to where the database was. After a failure the restore remains to be finished, unless there is no
-/// backup that could be read.
-bool PlaceBackup() {
-  FileHelper files;
-  // A journal that the old file left would be rolled into the new one.
-  files.discardFile(kJournal);
-  const bool placed = files.copyFile(kBackup, kDatabase) == 0;
-  if (placed) files.syncFile(kDatabase);
-  if (placed || !files.fileReadable(kBackup)) files.removeMark(kRestoring);
-  return placed;
+/// Whether the database is whole and holds anything.
+bool HoldsRows() {
+  try {
+    const Connection database(kDatabase, kOpenFlags, !kCheckAtOpening);
+    Statement check(database, "PRAGMA quick_check(1)");
+    if (!check.step() || check.getColumn(0).getText() != "ok") return false;
+    return Statement(database, "SELECT 1 FROM " + ComponentName(PYXPlugin) + " LIMIT 1").step();
+  } catch (...) {
+    return false;
+  }
 }
 
 /// What an SQL failure of a read or a write means: a missing table is told by the engine's text alone.
-int TableFailure(const LogSite& site, const Component& component, const char* before, const std::string& name,
+int TableFailure(const char* function, const Component& component, const char* before, const std::string& name,
                  const char* after, std::string_view reason) {
   if (reason.find("no such table") != std::string_view::npos) {
-    LogLine(Priority::kWarning, site, "Table ", ComponentName(component), " is not created yet");
+    LogLine(Priority::kWarning, LOG_SITE_OF(function), "Table ", ComponentName(component), " is not created yet");
     return kStorageNoTable;
   }
-  LogLine(Priority::kError, site, before, name, after, reason);
+  LogLine(Priority::kError, LOG_SITE_OF(function), before, name, after, reason);
   return kStorageFailure;
 }
 
@@ -62,9 +65,9 @@ int TableFailure(const LogSite& site, const Component& component, const char* be
 /// The frame of every operation on an open connection: refuses without one, and turns what the database library throws
 /// into a line and a code. `report` gets the library's text and returns the code.
 template <class Work, class Report>
-int DBStorage::Guarded(const LogSite& site, const char* unknownFailure, Work work, Report report) {
+int DBStorage::Guarded(const char* function, const char* unknownFailure, Work work, Report report) {
   if (!handler) {
-    LogLine(Priority::kError, site, "Storage handler was not initialized");
+    LogLine(Priority::kError, LOG_SITE_OF(function), "Storage handler was not initialized");
     return kStorageFailure;
   }
   try {
@@ -72,7 +75,7 @@ int DBStorage::Guarded(const LogSite& site, const char* unknownFailure, Work wor
   } catch (const klay::Exception& exception) {
     return report(exception.what());
   } catch (...) {
-    LogLine(Priority::kError, site, unknownFailure);
+    LogLine(Priority::kError, LOG_SITE_OF(function), unknownFailure);
     return kStorageFailure;
   }
 }
@@ -81,7 +84,8 @@ void DBStorage::InitHandler() {
   if (handler) return;
   FileHelper files;
   if (files.createDirectory(kDirectory) != 0) return;
-  if (files.fileExist(kRestoring) && !PlaceBackup() && files.fileExist(kRestoring)) {
+  backupIsStale = backupIsStale || files.fileExist(kStale);
+  if (!FinishRestore()) {
     LOG_ERROR("Failed to initialize handler: the backup cannot be put in place");
     return;
   }
@@ -92,6 +96,34 @@ void DBStorage::InitHandler() {
   } catch (...) {
     LOG_ERROR("Failed to initialize handler with unknown reason");
   }
+  // It was damaged and is set aside: should the process end before the backup is back, the next one sees to that.
+  if (!handler && !files.fileExist(kDatabase) && files.fileExist(kBackup)) {
+    files.makeMark(kRestoring);
+    restoreIsOwed = true;
+  }
+}
+
+/// Finishes a restore that an earlier process left unfinished, or that found no room. One that this process owes comes
+/// with its owner's steps.
+/// @return whether the database may be opened.
+bool DBStorage::FinishRestore() {
+  FileHelper files;
+  return restoreIsOwed || !files.fileExist(kRestoring) || PlaceBackup() || !files.fileExist(kRestoring);
+}
+
+/// Copies the backup to where the database was. After a failure the restore remains to be finished, unless there is no
+/// backup that could be read.
+bool DBStorage::PlaceBackup() {
+  FileHelper files;
+  const bool readable = files.fileReadable(kBackup);
+  // A journal that the old file left would be rolled into the new one.
+  if (readable) files.discardFile(kJournal);
+  const bool placed = files.replaceFile(kBackup, kDatabase) == 0 && files.syncFile(kDatabase);
+  if (placed || !readable) files.removeMark(kRestoring);
+  if (!placed) return false;
+  restoreIsOwed = false;
+  SetBackupIsStale(false);
+  return true;
 }
 
 void DBStorage::Reset() {
@@ -102,8 +134,14 @@ void DBStorage::Reset() {
 int DBStorage::RestoreBackup() {
   handler.reset();
   FileHelper files;
+  if (backupIsStale && HoldsRows()) {
+    // What was acknowledged since stands in the database alone.
+    LOG_WARNING("Failed to restore backup");
+    return kStorageFailure;
+  }
   files.makeMark(kRestoring);
   files.deleteFile(kDatabase);
+  files.discardFile(kJournal);
   if (!PlaceBackup()) {
     LOG_WARNING("Failed to restore backup");
     return kStorageFailure;
@@ -113,21 +151,21 @@ int DBStorage::RestoreBackup() {
 }
 
 int DBStorage::CreateTable(const Component& component) {
-  const LogSite site = LOG_SITE;
+  const char* const function = __func__;
   return Guarded(
-      site, "Failed to create table, with unknown reason",
+      function, "Failed to create table, with unknown reason",
       [&] {
         Statement(*handler, "CREATE TABLE IF NOT EXISTS " + ComponentName(component) + std::string(kColumns)).exec();
         return kStorageOk;
       },
       [&](const char* reason) {
-        LogLine(Priority::kError, site, "Failed to create table: ", reason);
+        LogLine(Priority::kError, LOG_SITE_OF(function), "Failed to create table: ", reason);
         return kStorageFailure;
       });
 }
 
 int DBStorage::CheckTables() {
-  const LogSite site = LOG_SITE;
+  const char* const function = __func__;
   const auto check = [&]() -> int {
     std::vector<Component> missing{PYXPlugin};
     {
@@ -138,7 +176,7 @@ int DBStorage::CheckTables() {
         const auto found =
             std::find_if(missing.begin(), missing.end(), [&](Component each) { return ComponentName(each) == table; });
         if (found == missing.end()) continue;
-        LogLine(Priority::kDebug, site, "Table [", table, "] is present");
+        LogLine(Priority::kDebug, LOG_SITE_OF(function), "Table [", table, "] is present");
         missing.erase(found);
       }
     }
@@ -147,50 +185,52 @@ int DBStorage::CheckTables() {
         std::all_of(missing.begin(), missing.end(), [&](Component each) { return CreateTable(each) == kStorageOk; });
     return created ? kStorageNoTable : kStorageFailure;
   };
-  return Guarded(site, "Failed to check tables, with unknown reason", check, [&](const char* reason) {
-    LogLine(Priority::kError, site, "Failed to check tables: ", reason);
+  return Guarded(function, "Failed to check tables, with unknown reason", check, [&](const char* reason) {
+    LogLine(Priority::kError, LOG_SITE_OF(function), "Failed to check tables: ", reason);
     return kStorageFailure;
   });
 }
 
 int DBStorage::RestoreTable(const Component& component) {
-  const LogSite site = LOG_SITE;
+  const char* const function = __func__;
   const auto restore = [&]() -> int {
     {
       Statement table(*handler, "SELECT name FROM sqlite_master WHERE type = ? AND name = ?");
       table.bind(1, "table");
       table.bind(2, ComponentName(component));
       if (table.step()) {
-        LogLine(Priority::kDebug, site, "Table already exists");
+        LogLine(Priority::kDebug, LOG_SITE_OF(function), "Table already exists");
         return kStorageOk;
       }
     }
     return CreateTable(component);
   };
-  return Guarded(site, "Failed to restore table, with unknown reason", restore, [&](const char* reason) {
-    LogLine(Priority::kError, site, "Failed to restore table: ", reason);
+  return Guarded(function, "Failed to restore table, with unknown reason", restore, [&](const char* reason) {
+    LogLine(Priority::kError, LOG_SITE_OF(function), "Failed to restore table: ", reason);
     return kStorageFailure;
   });
 }
 
 int DBStorage::WritePolicy(const Component& component, const std::string& name, const std::string& value) {
-  const LogSite site = LOG_SITE;
+  const char* const function = __func__;
   const auto write = [&]() -> int {
     {
       Statement insert(*handler, "INSERT INTO " + ComponentName(component) + "(name, value) VALUES(?, ?)");
       insert.bind(1, name);
       insert.bind(2, value);
       if (insert.exec() == 0) {
-        LogLine(Priority::kError, site, "Failed to write [", name, "], ", insert.getErrorMessage());
+        LogLine(Priority::kError, LOG_SITE_OF(function), "Failed to write [", name, "], ", insert.getErrorMessage());
         return kStorageNothingWritten;
       }
     }
+    // There is something again that no backup may take the place of.
+    if (std::exchange(restoreIsOwed, false)) FileHelper().removeMark(kRestoring);
     // The statement has ended: the file is whole and may be copied.
     Backup();
     return kStorageOk;
   };
-  return Guarded(site, "Failed to write data, with unknown reason", write, [&](const char* reason) {
-    return TableFailure(site, component, "Failed to write [", name, "], ", reason);
+  return Guarded(function, "Failed to write data, with unknown reason", write, [&](const char* reason) {
+    return TableFailure(function, component, "Failed to write [", name, "], ", reason);
   });
 }
 
@@ -198,25 +238,40 @@ int DBStorage::WritePolicy(const Component& component, const std::string& name, 
 void DBStorage::Backup() noexcept {
   int result = kStorageFailure;
   try {
-    result = FileHelper().copyFile(kDatabase, kBackup);
+    result = FileHelper().replaceFile(kDatabase, kBackup);
   } catch (...) {
   }
   if (result != 0) LOG_WARNING("Failed to backup DB");
+  try {
+    SetBackupIsStale(result != 0);
+  } catch (...) {
+  }
+}
+
+/// Kept on the disk, too: the next process is to know it.
+void DBStorage::SetBackupIsStale(bool stale) {
+  if (stale == backupIsStale) return;
+  backupIsStale = stale;
+  if (stale) {
+    FileHelper().makeMark(kStale);
+  } else {
+    FileHelper().removeMark(kStale);
+  }
 }
 
 int DBStorage::ReadPolicy(const Component& component, const std::string& name, std::string& value) {
-  const LogSite site = LOG_SITE;
+  const char* const function = __func__;
   const auto read = [&]() -> int {
     value.clear();
     Statement select(*handler, "SELECT value FROM " + ComponentName(component) + " WHERE name = ?");
     select.bind(1, name);
     if (!select.step() || select.getColumnCount() != 1) return kStorageNoRow;
     value = select.getColumn(0).getText();
-    LogLine(Priority::kDebug, site, "Successfully read [", name, "]");
+    LogLine(Priority::kDebug, LOG_SITE_OF(function), "Successfully read [", name, "]");
     return kStorageOk;
   };
-  return Guarded(site, "Failed to read data, with unknown reason", read, [&](const char* reason) {
-    return TableFailure(site, component, "Failed to read [", name, "]: ", reason);
+  return Guarded(function, "Failed to read data, with unknown reason", read, [&](const char* reason) {
+    return TableFailure(function, component, "Failed to read [", name, "]: ", reason);
   });
 }
 

@@ -35,7 +35,8 @@ enum StorageCode : int {
 class DBStorage {
  public:
   /// Opens the database if it is not open: makes the storage directory (its parents must exist) and the file where
-  /// they are missing. After a failure, which is logged, the connection stays closed.
+  /// they are missing, and first finishes a restore of the backup that was cut short. After a failure, which is logged,
+  /// the connection stays closed.
   void InitHandler();
 
   /// Closes the database and opens it again; closed after a failure.
@@ -43,8 +44,8 @@ class DBStorage {
 
   /// Puts the backup in the database's place: closes and deletes the database, copies the backup over it, opens it.
   ///
-  /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the database
-  ///         file is then gone and the connection closed.
+  /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the connection is
+  ///         then closed, and the database file gone, unless it is sound and holds what the backup lacks.
   int RestoreBackup();
 
   /// Makes sure that the table of every component exists.
@@ -73,11 +74,18 @@ class DBStorage {
 
  private:
   template <class Work, class Report>
-  int Guarded(const LogSite& site, const char* unknownFailure, Work work, Report report);
+  int Guarded(const char* function, const char* unknownFailure, Work work, Report report);
 
+  bool FinishRestore();
+  bool PlaceBackup();
   void Backup() noexcept;
+  void SetBackupIsStale(bool stale);
 
   std::unique_ptr<klay::database::Connection> handler;
+  /// The database was set aside as damaged, and neither has the backup taken its place yet nor was anything written.
+  bool restoreIsOwed = false;
+  /// The backup lacks what the database holds: its last copy failed.
+  bool backupIsStale = false;
 };
 
 }  // namespace zav::common

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -62,73 +63,75 @@ int ReadDir(DIR* directory, dirent** entry) {
   return error;
 }
 
-/// The file that a copy is written to: a new one beside `dst`, put in its place when it is whole, so that `dst` never
-/// holds a part of the content. Where that cannot be (`dst` is a pipe, a device or a link, or no file can be made
-/// beside it), `dst` itself.
-class CopyTarget {
- public:
-  explicit CopyTarget(const std::string& dst) : destination(dst), path(CanBeReplaced(dst) ? dst + ".new" : dst) {
-    if (IsNew() && !MakePrivate(path)) {
-      // Where there is no room for another file there is none for the content of this one.
-      if (errno == ENOSPC || errno == EDQUOT) return;
-      path = dst;
-    }
-    stream.open(path, std::ios::out);
-  }
-  ~CopyTarget() {
-    if (IsNew()) unlink(path.c_str());
-  }
-  CopyTarget(const CopyTarget&) = delete;
-  CopyTarget& operator=(const CopyTarget&) = delete;
-
-  bool IsOpen() const { return stream.is_open(); }
-
-  /// Streams the whole of `from` into the target, closes it and puts it in place. A stream does not always tell a full
-  /// disk from success (the last bytes go out at the close), so the sizes have the last word.
-  bool Fill(std::ifstream& from, const std::string& src) {
-    // An empty source would count as a failure of the stream.
-    if (from.peek() != std::ifstream::traits_type::eof()) stream << from.rdbuf();
-    stream.close();
-    struct stat read {};
-    struct stat written {};
-    if (stat(src.c_str(), &read) != 0 || stat(path.c_str(), &written) != 0 || read.st_size != written.st_size) {
-      return false;
-    }
-    if (!IsNew()) return true;
-    if (rename(path.c_str(), destination.c_str()) != 0) return false;
-    path = destination;
-    return true;
-  }
-
- private:
-  static bool CanBeReplaced(const std::string& dst) {
-    struct stat info {};
-    if (lstat(dst.c_str(), &info) != 0) return errno == ENOENT;
-    return S_ISREG(info.st_mode) && faccessat(AT_FDCWD, dst.c_str(), W_OK, AT_EACCESS) == 0;
-  }
-  /// Until it has the permissions of the source, nobody else is to see the content.
-  static bool MakePrivate(const std::string& file) {
-    unlink(file.c_str());
-    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    return descriptor != -1 && close(descriptor) == 0;
-  }
-  bool IsNew() const { return path != destination; }
-
-  const std::string& destination;
-  std::string path;
-  std::ofstream stream;
-};
-
-/// As far as the file system does it: one that cannot says so, and there is nothing else to be done.
-void Sync(const std::string& path, int flags) {
-  const int descriptor = open(path.c_str(), flags | O_CLOEXEC);
-  if (descriptor == -1) return;
-  fsync(descriptor);
-  close(descriptor);
+/// Whether one file is as long as another.
+bool IsAsLong(const std::string& path, const std::string& as) {
+  struct stat read {};
+  struct stat written {};
+  return stat(as.c_str(), &read) == 0 && stat(path.c_str(), &written) == 0 && read.st_size == written.st_size;
 }
 
-void SyncDirectoryOf(const std::string& path) {
-  Sync(path.substr(0, path.rfind('/') + 1), O_RDONLY | O_DIRECTORY);
+/// Streams the whole of `src` into `to`, opened on `path`, and closes it. A stream does not always tell a full disk
+/// from success (the last bytes go out at the close), so the sizes have the last word.
+bool StreamWhole(std::ifstream& from, const std::string& src, std::ofstream& to, const std::string& path) {
+  from.clear();
+  from.seekg(0);
+  // An empty source would count as a failure of the stream.
+  if (from.peek() != std::ifstream::traits_type::eof()) to << from.rdbuf();
+  to.close();
+  return IsAsLong(path, src);
+}
+
+/// What came of writing a file beside another one.
+enum class Beside { kDone, kNotPossible, kNotWhole };
+
+/// Writes `src` to a new file beside `dst` and puts it in the place of that in one step. Until it has the permissions
+/// of the source, nobody else is to see the content.
+Beside WriteBeside(std::ifstream& from, const std::string& src, const std::string& dst) {
+  const std::string path = dst + ".new";
+  unlink(path.c_str());
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (descriptor == -1) return Beside::kNotPossible;
+  close(descriptor);
+  std::ofstream to(path, std::ios::out);
+  const bool whole = to.is_open() && StreamWhole(from, src, to, path);
+  if (whole && rename(path.c_str(), dst.c_str()) == 0) return Beside::kDone;
+  unlink(path.c_str());
+  return whole ? Beside::kNotPossible : Beside::kNotWhole;
+}
+
+/// Whether, after that, `src` is to be written over the content of `dst`: only where there is room for it so, and what
+/// failed before was not the writing but the room for a second file.
+bool IsToBeOverwritten(Beside result, const std::string& src, const std::string& dst) {
+  struct stat content {};
+  struct stat place {};
+  struct statvfs disk {};
+  const std::string directory = dst.substr(0, dst.rfind('/') + 1);
+  if (stat(src.c_str(), &content) != 0 || statvfs(directory.c_str(), &disk) != 0) return false;
+  constexpr unsigned long kStatBlock = 512;
+  const auto size = static_cast<unsigned long>(content.st_size);
+  const unsigned long free = disk.f_bavail * disk.f_frsize;
+  const bool exists = stat(dst.c_str(), &place) == 0;
+  const unsigned long old = exists ? static_cast<unsigned long>(place.st_blocks) * kStatBlock : 0;
+  return size <= free + old && (result == Beside::kNotPossible || size > free);
+}
+
+bool IsReplaceable(const std::string& dst) {
+  struct stat info {};
+  if (lstat(dst.c_str(), &info) != 0) return errno == ENOENT;
+  return S_ISREG(info.st_mode) && faccessat(AT_FDCWD, dst.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+/// A file system that cannot do it says so, and is none the worse.
+bool Sync(const std::string& path, int flags) {
+  const int descriptor = open(path.c_str(), flags | O_CLOEXEC);
+  if (descriptor == -1) return false;
+  const bool synced = fsync(descriptor) == 0 || errno == EINVAL || errno == EROFS;
+  close(descriptor);
+  return synced;
+}
+
+bool SyncDirectoryOf(const std::string& path) {
+  return Sync(path.substr(0, path.rfind('/') + 1), O_RDONLY | O_DIRECTORY);
 }
 
 void CopyPermissions(const std::string& path, mode_t mode) {
@@ -142,36 +145,45 @@ void CopyPermissions(const std::string& path, mode_t mode) {
 
 }  // namespace
 
-int FileHelper::copyFile(const std::string& src, const std::string& dst) {
+namespace {
+
+/// How a copy comes to its destination.
+enum class Way { kInPlace, kInOneStep };
+
+int Copy(const std::string& src, const std::string& dst, Way way) {
+  const char* const function = "copyFile";
+  const auto fail = [&](const auto&... pieces) {
+    LogLine(Priority::kWarning, LOG_SITE_OF(function), pieces...);
+    return -1;
+  };
   struct stat info {};
-  if (lstat(src.c_str(), &info) != 0) {
-    LOG_WARNING("could not take info (lstat) about src: ", src);
-    return -1;
-  }
-  if (!IsFileOrLink(info.st_mode)) {
-    LOG_WARNING("src: ", src, " is not a file or link");
-    return -1;
-  }
-  LOG_DEBUG("file: ", src, " size is ", info.st_size, " bytes");
+  if (lstat(src.c_str(), &info) != 0) return fail("could not take info (lstat) about src: ", src);
+  if (!IsFileOrLink(info.st_mode)) return fail("src: ", src, " is not a file or link");
+  LogLine(Priority::kDebug, LOG_SITE_OF(function), "file: ", src, " size is ", info.st_size, " bytes");
+
   std::ifstream from(src, std::ios::in);
-  if (!from.is_open()) {
-    // The destination is made or emptied all the same.
-    std::ofstream(dst, std::ios::out).close();
-    LOG_WARNING("could not open src: ", src);
-    return -1;
+  const bool oneStep = way == Way::kInOneStep && from.is_open() && IsReplaceable(dst);
+  const Beside beside = oneStep ? WriteBeside(from, src, dst) : Beside::kNotPossible;
+  if (beside != Beside::kDone) {
+    if (oneStep && !IsToBeOverwritten(beside, src, dst)) return fail("could not replace dst: ", dst, " by src: ", src);
+    std::ofstream to(dst, std::ios::out);
+    if (!from.is_open()) return fail("could not open src: ", src);
+    if (!to.is_open()) return fail("could not open or create dst: ", dst);
+    if (!StreamWhole(from, src, to, dst)) return fail("could not copy the whole of src: ", src, " to dst: ", dst);
   }
-  CopyTarget to(dst);
-  if (!to.IsOpen()) {
-    LOG_WARNING("could not open or create dst: ", dst);
-    return -1;
-  }
-  if (!to.Fill(from, src)) {
-    LOG_WARNING("could not copy the whole of src: ", src, " to dst: ", dst);
-    return -1;
-  }
-  LOG_DEBUG("copy from file: ", src, "\n       to file: ", dst, "\nsuccess");
+  LogLine(Priority::kDebug, LOG_SITE_OF(function), "copy from file: ", src, "\n       to file: ", dst, "\nsuccess");
   CopyPermissions(dst, info.st_mode);
   return 0;
+}
+
+}  // namespace
+
+int FileHelper::copyFile(const std::string& src, const std::string& dst) {
+  return Copy(src, dst, Way::kInPlace);
+}
+
+int FileHelper::replaceFile(const std::string& src, const std::string& dst) {
+  return Copy(src, dst, Way::kInOneStep);
 }
 
 int FileHelper::deleteFile(const std::string& path) {
@@ -209,9 +221,8 @@ void FileHelper::removeMark(const std::string& path) {
   if (unlink(path.c_str()) == 0) SyncDirectoryOf(path);
 }
 
-void FileHelper::syncFile(const std::string& path) {
-  Sync(path, O_RDONLY);
-  SyncDirectoryOf(path);
+bool FileHelper::syncFile(const std::string& path) {
+  return Sync(path, O_RDONLY) && SyncDirectoryOf(path);
 }
 
 int FileHelper::createDirectory(const std::string& path) {

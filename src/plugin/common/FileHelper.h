@@ -39,14 +39,16 @@ class FileHelper : public IFileHelper {
   int copyDirectoryContent(const std::string& src, const std::string& dst) override;
   int deleteDirectoryContent(const std::string& path) override;
 
-  /// Copies a file and its permission bits over `dst`, which is made where it is missing. A regular file in that place
-  /// is replaced in one step: it holds the old content or the new one, whenever the process ends. The copy is not
-  /// synced to the disk.
+  /// Copies a file and its permission bits over `dst`, which is truncated or made. The copy is not synced to the disk.
   ///
   /// @param src  a regular file, or a symbolic link, which is copied as a file with its target's content.
-  /// @return 0, or -1: `dst` is then as it was. It is empty where `src` is there but cannot be opened, and may hold a
-  ///         part of the content where it is no regular file, or no file can be made beside it (".new").
+  /// @return 0, or -1: `dst` may then hold a part of the content.
   int copyFile(const std::string& src, const std::string& dst);
+
+  /// The same in one step, where `dst` is a regular file or missing: whenever the process ends, it holds the old
+  /// content or the new one. The copy is written to `dst` + ".new", whatever that was; where there is no room for it
+  /// but enough in the place of the old content, that is overwritten after all.
+  int replaceFile(const std::string& src, const std::string& dst);
 
   /// Removes a file or an empty directory. @return 0 or -1, logged either way.
   int deleteFile(const std::string& path);
@@ -62,8 +64,8 @@ class FileHelper : public IFileHelper {
   /// Makes an empty file, or removes one, that is to be there, or gone, after a power loss too. `path` is absolute.
   void makeMark(const std::string& path);
   void removeMark(const std::string& path);
-  /// Brings a file and its name to the disk. `path` is absolute.
-  void syncFile(const std::string& path);
+  /// Brings a file and its name to the disk. `path` is absolute. @return whether it did.
+  bool syncFile(const std::string& path);
 };
 
 /// The entries below a directory, by kind; each as a path relative to the listed root, beginning with "/".

@@ -3,8 +3,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <exception>
-#include <sstream>
+#include <memory>
 #include <utility>
 
 #include "common/Log.h"
@@ -100,11 +99,13 @@ Policy ParseJsonString(const std::string& text) {
   Json::Value value;
   std::string errors;
   try {
-    std::istringstream stream(text);
+    // Not from a stream: one that finds no memory cuts the text off in silence.
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     // A parser that fails leaves what it had read by then: none of it may be taken for a policy.
-    if (Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) return Policy(value);
-  } catch (const std::exception& exception) {
-    // It throws where values are nested too deep.
+    if (reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return Policy(value);
+  } catch (const Json::Exception& exception) {
+    // It throws where values are nested too deep. A want of memory says nothing about the text and goes to the caller:
+    // what is stored must not be taken for damaged by it.
     errors = exception.what();
   }
   LOG_ERROR("Failed to parse: ", errors);

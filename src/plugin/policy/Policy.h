@@ -102,7 +102,7 @@ class Policy {
 ///
 /// @param text  may be anything. Empty text and text whose top level is no object give a null policy silently; text
 ///              that is no JSON, or is cut off, gives a null policy and an error in the log.
-/// Never throws for what the text holds. Any thread.
+/// Never throws for what the text holds; std::bad_alloc where memory is short. Any thread.
 Policy ParseJsonString(const std::string& text);
 
 }  // namespace zav::policy

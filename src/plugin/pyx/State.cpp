@@ -71,7 +71,7 @@ std::optional<int> ExactIndex(const std::string& key) {
   int index = 0;
   const char* end = key.data() + key.size();
   const auto [rest, error] = std::from_chars(key.data(), end, index);
-  if (error != std::errc() || rest != end || index < 0 || (key.size() > 1 && key[0] == '0')) return std::nullopt;
+  if (error != std::errc() || rest != end || key[0] == '-' || (key.size() > 1 && key[0] == '0')) return std::nullopt;
   return index;
 }
 
