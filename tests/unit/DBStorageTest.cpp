@@ -533,6 +533,13 @@ TEST_F(AStaleBackup, TakesThePlaceOfADamagedDatabase) {
   EXPECT_FALSE(FileExists(kStale));
 }
 
+TEST_F(AStaleBackup, TakesThePlaceOfADatabaseThatVanished) {
+  fs::remove(kDatabase);
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(LogRecorder::Count("delete file: " + kDatabase + " failed"), 1);
+  EXPECT_EQ(Read("a"), "old");
+}
+
 TEST_F(AStaleBackup, TakesThePlaceOfAnEmptyDatabase) {
   fs::remove(kDatabase);
   storage.Reset();

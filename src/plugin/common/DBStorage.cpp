@@ -26,6 +26,8 @@ const char* const kStale = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak.s
 
 // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
 constexpr int kOpenFlags = 6;
+// SQLITE_OPEN_READWRITE
+constexpr int kOpenExisting = 2;
 constexpr bool kCheckAtOpening = true;
 
 // The runs of blanks are part of the schema text that stands in every device's database.
@@ -40,7 +42,7 @@ using klay::database::Statement;
 /// Whether the database is whole and holds anything.
 bool HoldsRows() {
   try {
-    const Connection database(kDatabase, kOpenFlags, !kCheckAtOpening);
+    const Connection database(kDatabase, kOpenExisting, !kCheckAtOpening);
     Statement check(database, "PRAGMA quick_check(1)");
     if (!check.step() || check.getColumn(0).getText() != "ok") return false;
     return Statement(database, "SELECT 1 FROM " + ComponentName(PYXPlugin) + " LIMIT 1").step();
