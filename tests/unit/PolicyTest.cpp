@@ -10,7 +10,6 @@
 #include <type_traits>
 
 #include "support/LogRecorder.h"
-#include "support/MemoryShortage.h"
 #include "support/Surroundings.h"
 
 namespace zav::test {
@@ -420,25 +419,6 @@ TEST(Parsing, TextThatIsNestedTooDeepLogsOneLineGivesNullAndDoesNotThrow) {
                 ElementsAre(ParseLine(AllOf(StartsWith("Failed to parse: "), HasSubstr("stackLimit")))))
         << opening;
   }
-}
-
-TEST(Parsing, ForWhichThereIsNoMemoryThrowsAndDoesNotTakeTheTextForDamaged) {
-  const std::string text = R"({"config":{"max_index":2000},"0":{"url":"http://a","threat":")" + std::string(500, 't') +
-                           R"("},"state":{"count":1}})";
-  int shortages = 0;
-  for (bool shortOfMemory = true; shortOfMemory; ++shortages) {
-    SCOPED_TRACE(shortages);
-    Policy policy;
-    try {
-      const MemoryShortage shortage(shortages);
-      policy = ParseJsonString(text);
-      shortOfMemory = false;
-    } catch (const std::bad_alloc&) {
-    }
-    EXPECT_EQ(policy.isNull(), shortOfMemory);
-    EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
-  }
-  EXPECT_GT(shortages, 10);
 }
 
 TEST(Parsing, KeepsTheSmallDepthsThatAreInUse) {
