@@ -44,6 +44,8 @@ void PYXManager::ApplyPolicy(const policy::Policy& policy) {
 
 void PYXManager::Start() {
   if (running) return;
+  // A thread that ended by itself: no second one is to run by the time that the process ends.
+  if (thread.joinable()) std::terminate();
   if (!service) service = std::make_shared<ipc::Service>();
   service->prepare();
   running = true;

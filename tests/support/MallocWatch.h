@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-/// The calls of `malloc` that the product's own objects make (not those within libraries), as the calling thread sees
+/// The calls of `malloc` and `calloc` that the product's own objects make (not those within libraries), as the calling thread sees
 /// them.
 namespace zav::test {
 

@@ -1,6 +1,8 @@
 #include "common/GlobalPaths.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -72,6 +74,40 @@ TEST_F(AServiceDirectory, FailsWithTheReasonOfItsOwnCallWhateverErrnoWasBefore) 
   errno = EEXIST;
   EXPECT_FALSE(makeDir(name));
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(MakeDirLine(kError, name + " : File name too long")));
+}
+
+// isOwnDirectory
+
+TEST_F(AServiceDirectory, IsOnesOwnAsItIsMade) {
+  const Umask usual(022);
+  ASSERT_TRUE(makeDir(path));
+  LogRecorder::Clear();
+  EXPECT_TRUE(common::isOwnDirectory(path));
+  EXPECT_THAT(LogRecorder::Lines(), testing::IsEmpty());
+}
+
+TEST_F(AServiceDirectory, IsNotOnesOwnWhereOthersCanWrite) {
+  ASSERT_TRUE(makeDir(path));
+  for (const mode_t mode : {0775U, 0757U, 01777U}) {
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+    EXPECT_FALSE(common::isOwnDirectory(path)) << std::oct << mode;
+  }
+}
+
+TEST_F(AServiceDirectory, IsNotOnesOwnWhenItIsNoneOrALinkToOne) {
+  EXPECT_FALSE(common::isOwnDirectory(path));
+  WriteFile(path, "file");
+  EXPECT_FALSE(common::isOwnDirectory(path));
+  std::filesystem::remove(path);
+  std::filesystem::create_directory_symlink(scratch + "", path);
+  EXPECT_FALSE(common::isOwnDirectory(path));
+}
+
+TEST(ADirectory, OfAnotherUserIsNotOnesOwn) {
+  // Which user it belongs to is told by who may change it, where the test is not root.
+  struct stat info {};
+  ASSERT_EQ(stat("/proc/1", &info), 0);
+  EXPECT_EQ(common::isOwnDirectory("/proc/1"), info.st_uid == geteuid());
 }
 
 }  // namespace

@@ -25,6 +25,7 @@
 #include "support/LogRecorder.h"
 #include "support/OddClients.h"
 #include "support/RawClient.h"
+#include "support/StoredState.h"
 #include "support/SystemCalls.h"
 #include "support/ThisProcess.h"
 #include "support/WaitUntil.h"
@@ -131,6 +132,37 @@ class AServiceThatRuns : public AService {
   }
 };
 
+/// Wakes whoever waits for a change of the hand-over, without one, while it lives.
+class NeedlessWakeUps {
+ public:
+  ~NeedlessWakeUps() {
+    done = true;
+    waking.join();
+  }
+
+ private:
+  std::atomic<bool> done{false};
+  std::thread waking{[this] {
+    while (!done) {
+      ipc::serviceCondition.notify_all();
+      std::this_thread::yield();
+    }
+  }};
+};
+
+/// An explicit instantiation may name what is private.
+ipc::ServedConnection Service::*ConnectionMember();
+template <ipc::ServedConnection Service::*Member>
+struct ConnectionAccess {
+  friend ipc::ServedConnection Service::*ConnectionMember() { return Member; }
+};
+template struct ConnectionAccess<&Service::connection>;
+
+/// The connection that a service is serving.
+ipc::ServedConnection& ConnectionOf(Service& service) {
+  return service.*ConnectionMember();
+}
+
 class AServiceWithoutItsRunDirectory : public AService {
  protected:
   AServiceWithoutItsRunDirectory() { rmdir(kRunDirectory.c_str()); }
@@ -182,6 +214,14 @@ TEST_F(AService, ServesAgainAfterAStopWithoutAWordAboutItsOldSocket) {
   Start();
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted));
   EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceThatRuns, WaitsForItsClientsAgainAfterItWasStoppedAndStarted) {
+  Stop();
+  Start();
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  ASSERT_TRUE(client->SendHeader(Method::kGetPyxState));
+  EXPECT_TRUE(client->Receive(ipc::StatePackage::kSize));
 }
 
 TEST_F(AServiceWithoutItsRunDirectory, TakesItsUnusedDescriptorTheNextTimeAndSaysSo) {
@@ -356,6 +396,19 @@ TEST_P(AConnectionsEnd, ClosesItAndReleasesTheService) {
   EXPECT_EQ(fcntl(ends[0], F_GETFD) == -1, ending.hasDescriptor);
 }
 
+TEST(ADirectlyServedConnection, LogsTheErrorOfItsOwnHeaderAndNoEarlierOne) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  ipc::Header header;
+  header.tag = 9;
+  ASSERT_EQ(send(ends[1], ipc::Encode(header).data(), ipc::Header::kSize, 0), 16);
+  Service service;
+  errno = EPERM;
+  service.serve(ends[0]);
+  EXPECT_THAT(LogRecorder::Lines(), testing::Contains(Line(kError, "serve", std::to_string(ends[0]) + " " + Text(0))));
+  close(ends[1]);
+}
+
 TEST(ADirectlyServedConnection, IsClosedBeforeTheServiceIsReleased) {
   Service service;
   for (int turn = 0; turn < 300; ++turn) {
@@ -373,20 +426,12 @@ TEST(ADirectlyServedConnection, IsClosedBeforeTheServiceIsReleased) {
   }
 }
 
-/// An explicit instantiation may name what is private.
-ipc::ServedConnection Service::*ConnectionMember();
-template <ipc::ServedConnection Service::*Member>
-struct ConnectionAccess {
-  friend ipc::ServedConnection Service::*ConnectionMember() { return Member; }
-};
-template struct ConnectionAccess<&Service::connection>;
-
 TEST(ADirectlyServedConnection, IsNotToBeShutAnyMoreWhenItsDescriptorIsGivenBack) {
   Service service;
   int ends[2] = {-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   ASSERT_EQ(send(ends[1], "end", 3, 0), 3);
-  ipc::ServedConnection& connection = service.*ConnectionMember();
+  ipc::ServedConnection& connection = ConnectionOf(service);
   connection.enter(ends[0]);
   // The first look at the descriptor is for receiving, the last one for closing it.
   std::vector<bool> watched;
@@ -448,20 +493,11 @@ TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
 
 TEST_F(AServiceThatRuns, WaitsForTheFirstToEndHoweverOftenItIsWoken) {
   const auto first = MakeStuckClient(Stuck::kSilent);
-  std::atomic<bool> done{false};
-  std::thread waking([&] {
-    while (!done) {
-      ipc::serviceCondition.notify_all();
-      std::this_thread::yield();
-    }
-  });
+  const NeedlessWakeUps waking;
   const auto begin = steady_clock::now();
   RawClient second;
   EXPECT_TRUE(second.EndsWithoutAnswer());
-  const auto taken = steady_clock::now() - begin;
-  done = true;
-  waking.join();
-  EXPECT_GE(taken, milliseconds(100));
+  EXPECT_GE(steady_clock::now() - begin, milliseconds(100));
 }
 
 TEST_F(AServiceThatRuns, LooksWhetherTheFirstHasEndedUnderTheLockThatItEndsUnder) {
@@ -532,26 +568,73 @@ TEST_F(AServiceThatRuns, ClosesTheClientWhenNoThreadIsToBeHadAndServesTheNext) {
   EXPECT_EQ(Refusals(), 0);
 }
 
+TEST_F(AServiceThatRuns, LooksAfterNoClientWhoseThreadCouldNotBeStarted) {
+  {
+    const CallHook hook(Call::kPthreadCreate, Fail(EAGAIN, 1));
+    RawClient client;
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+    EXPECT_TRUE(WaitUntil([] { return TokenIsFree() && !serviceBusy; }));
+  }
+  EXPECT_EQ(ConnectionOf(*service).watch(), std::nullopt);
+}
+
 class AWantOf : public AServiceThatRuns, public testing::WithParamInterface<int> {};
 INSTANTIATE_TEST_SUITE_P(Something, AWantOf, testing::Values(EMFILE, ENFILE, ENOBUFS, ENOMEM),
                          [](const auto& each) { return strerrorname_np(each.param); });
 
-TEST_P(AWantOf, MakesTheServiceWaitAHundredMillisecondsForTheNextTry) {
-  std::mutex mutex;
-  std::vector<steady_clock::time_point> tries;
-  const CallHook hook(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+/// Makes the first three of a call fail, and keeps when each was tried.
+class ThreeFailures {
+ public:
+  ThreeFailures(Call call, int number) : error(number), hook(call, [this](const CallArguments&) { return Try(); }) {}
+
+  /// Whether the service waited before it tried again, after each failure.
+  void ExpectPauses() {
+    const std::lock_guard guard(mutex);
+    ASSERT_GE(tries.size(), 4U);
+    for (size_t next = 1; next < 4; ++next) {
+      EXPECT_GE(tries[next] - tries[next - 1], milliseconds(100)) << next;
+    }
+  }
+
+ private:
+  std::optional<long> Try() {
     const std::lock_guard guard(mutex);
     tries.push_back(steady_clock::now());
     if (tries.size() > 3) return std::nullopt;
-    errno = GetParam();
+    errno = error;
     return -1;
-  });
-  EXPECT_TRUE(IsAnswered());
-  const std::lock_guard guard(mutex);
-  ASSERT_EQ(tries.size(), 4U);
-  for (size_t next = 1; next < tries.size(); ++next) {
-    EXPECT_GE(tries[next] - tries[next - 1], milliseconds(100)) << next;
   }
+
+  const int error;
+  std::mutex mutex;
+  std::vector<steady_clock::time_point> tries;
+  CallHook hook;
+};
+
+TEST_P(AWantOf, MakesTheServiceWaitAHundredMillisecondsForTheNextTry) {
+  ThreeFailures failures(Call::kAccept4, GetParam());
+  const NeedlessWakeUps waking;
+  EXPECT_TRUE(IsAnswered());
+  failures.ExpectPauses();
+}
+
+TEST_F(AService, WaitsAHundredMillisecondsWhenItsWaitFails) {
+  ThreeFailures failures(Call::kSelect, ENOMEM);
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  failures.ExpectPauses();
+}
+
+TEST_P(AWantOf, KeepsNoClientWaitingWhenTheServiceEnds) {
+  {
+    const CallHook hook(Call::kAccept4, Fail(GetParam()));
+    RawClient clients[3];
+    Stop();
+    for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  }
+  Start();
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(kListening, kStarted));
+  EXPECT_TRUE(IsAnswered());
 }
 
 TEST_P(AWantOf, DoesNotHoldUpAStop) {
@@ -659,9 +742,36 @@ TEST_F(AServiceThatRuns, NeitherLeaksNorServesDescriptor0) {
   EXPECT_EQ(fcntl(0, F_GETFD), -1);
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
   EXPECT_TRUE(IsAnswered());
+  // Nor was it handed to anybody who would have found it no descriptor.
+  EXPECT_EQ(LogRecorder::Count("socketFD : 0 " + Text(0)), 0);
+  const auto lines = LogRecorder::Lines();
+  EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), [](const LogEntry& line) {
+    return line.message.starts_with("socketFD : 0 ") || line.message.starts_with("SHUTDOWN : ");
+  }));
 }
 
 // Many descriptors
+
+TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
+  ASSERT_TRUE(OccupyDescriptorsBelow(1024));
+  std::atomic<bool> timed{false};
+  std::atomic<int> waits{0};
+  // The service's wait is the one for two descriptors.
+  const CallHook hook(Call::kPoll, [&](const CallArguments& call) -> std::optional<long> {
+    if (call.size != 2) return std::nullopt;
+    timed = call.time.has_value();
+    ++waits;
+    return std::nullopt;
+  });
+  Start();
+  EXPECT_TRUE(WaitUntil([&] { return waits > 0; }));
+  EXPECT_FALSE(timed);
+  auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_TRUE(WaitUntil([&] { return timed.load(); }));
+  client->Close();
+  EXPECT_TRUE(WaitUntil([&] { return !timed; }));
+  Stop();
+}
 
 TEST_F(AService, ServesWithDescriptorsAbove1023) {
   service.reset();
@@ -682,19 +792,39 @@ TEST_F(AService, ServesWithDescriptorsAbove1023) {
   EXPECT_EQ(selects, 0);
 }
 
-TEST_F(AService, ServesWhenOnlyItsListenerIsAbove1023) {
-  ASSERT_TRUE(OccupyDescriptorsBelow(1030));
+/// Counts how often the service waits by select.
+class AServiceOfManyDescriptors : public AService {
+ protected:
+  std::atomic<int> selects{0};
+  CallHook hook{Call::kSelect, [this](const CallArguments&) -> std::optional<long> {
+                  ++selects;
+                  return std::nullopt;
+                }};
+};
+
+TEST_F(AServiceOfManyDescriptors, ServesWhenOnlyItsListenerIsAbove1023) {
+  ASSERT_TRUE(OccupyDescriptorsBelow(1023));
   Start();
+  EXPECT_EQ(LogRecorder::Count("listening socket : 1024"), 1);
   EXPECT_TRUE(IsAnswered());
   EXPECT_TRUE(IsAnswered());
+  EXPECT_EQ(selects, 0);
 }
 
-TEST_F(AService, WaitsBySelectBelow1024) {
-  std::atomic<int> selects{0};
-  const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
-    ++selects;
-    return std::nullopt;
-  });
+TEST_F(AServiceOfManyDescriptors, ServesWhenOnlyItsWakeUpIsAbove1023) {
+  service.reset();
+  const int low = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_TRUE(OccupyDescriptorsBelow(1024));
+  service = std::make_unique<Service>();
+  close(low);
+  Start();
+  EXPECT_EQ(LogRecorder::Count("listening socket : " + std::to_string(low)), 1);
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_EQ(selects, 0);
+}
+
+TEST_F(AServiceOfManyDescriptors, WaitsBySelectBelow1024) {
   Start();
   EXPECT_TRUE(IsAnswered());
   EXPECT_GT(selects, 0);
@@ -742,6 +872,28 @@ TEST_F(AServiceThatRuns, RefusesTheClientsThatStillWaitInItsBacklogWhenItEnds) {
   const auto refusal = Line(kInfo, "start", MatchesRegex("SHUTDOWN : [0-9]+"));
   const auto closing = Closed(MatchesRegex(kSocketType + " : [0-9]+"));
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(refusal, closing, refusal, closing, refusal, closing, kStopped));
+}
+
+TEST_F(AServiceThatRuns, EndsTheClientsInItsBacklogAlsoWhereDescriptor0IsFree) {
+  std::atomic<bool> shut{false};
+  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+    if (!shut.exchange(true)) close(0);
+    return std::nullopt;
+  });
+  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    if (shut) return std::nullopt;
+    errno = EMFILE;
+    return -1;
+  });
+  RawClient clients[3];
+  Stop();
+  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
+}
+
+TEST_F(AServiceThatRuns, KeepsItsSocketFileUntilItsEnd) {
+  Stop();
+  EXPECT_TRUE(FileExists(kSocketFile));
 }
 
 TEST_F(AServiceThatRuns, JoinsItsLastConnectionBeforeItSaysThatItStopped) {
@@ -796,6 +948,65 @@ TEST_F(AServiceThatRuns, CutsOffAClientThatSendsAByteNowAndThenAfterThirtySecond
   EXPECT_GE(taken, seconds(30));
   EXPECT_LT(taken, seconds(35));
   EXPECT_TRUE(WaitUntil(IsAnswered));
+}
+
+TEST_F(AService, CutsOffAClientThatDoesNotTakeItsReplyAfterThirtySeconds) {
+  StoreHugeLog();
+  Start();
+  const auto begin = steady_clock::now();
+  const auto client = MakeStuckClient(Stuck::kNotReadingItsReply);
+  pollfd ended{client->descriptor(), POLLRDHUP, 0};
+  EXPECT_EQ(poll(&ended, 1, 60'000), 1);
+  const auto taken = steady_clock::now() - begin;
+  EXPECT_GE(taken, seconds(30));
+  EXPECT_LT(taken, seconds(35));
+  EXPECT_TRUE(IsAnswered());
+}
+
+/// A request whose work the test holds up.
+class AWholeRequest : public AServiceThatRuns, public testing::WithParamInterface<int> {
+ protected:
+  static bool SendTo(RawClient& client) {
+    const auto method = static_cast<Method>(GetParam());
+    if (!client.SendHeader(method)) return false;
+    switch (method) {
+      case Method::kLogThreatUrl:
+        return client.SendString("url") && client.SendString("threat");
+      case Method::kGetLog:
+      case Method::kGetLogReverse:
+        return client.SendPackage(ipc::LogPackage());
+      case Method::kCountRecords:
+        return client.SendPackage(ipc::FramePackage());
+      default:
+        return true;
+    }
+  }
+};
+INSTANTIATE_TEST_SUITE_P(OfMethod, AWholeRequest, testing::Values(4, 5, 6, 16, 17, 18, 19, 20),
+                         [](const auto& each) { return std::to_string(each.param); });
+
+TEST_P(AWholeRequest, HasNoDeadlineWhileTheServiceWorksOnIt) {
+  State& state = State::Instance();
+  RawClient client;
+  std::unique_lock busy(state.Mutex());
+  ASSERT_TRUE(SendTo(client));
+  // What is left of a deadline is less.
+  EXPECT_TRUE(WaitUntil([this] { return ConnectionOf(*service).watch() == seconds(30); }));
+  busy.unlock();
+  EXPECT_TRUE(client.IsAnswered());
+}
+
+TEST_F(AService, IsNotHeldUpByAClientThatDoesNotTakeTheStatus) {
+  PrepareDevice(R"({"config":{"max_index":2000,"max_file_size":10,"max_logging_period":3600},)"
+                R"("state":{"count":0,"last_index":-1,"kept":")" +
+                std::string(3'000'000, 'k') + R"("}})");
+  Start();
+  RawClient client;
+  ASSERT_TRUE(client.SendHeader(Method::kGetLogStatus));
+  ASSERT_TRUE(WaitUntilReadable(client));
+  auto stopping = std::async(std::launch::async, [this] { service->stop(); });
+  EXPECT_EQ(stopping.wait_for(seconds(20)), std::future_status::ready);
+  client.Close();
 }
 
 TEST_F(AServiceThatRuns, DoesNotCountItsOwnTimeAgainstAClient) {

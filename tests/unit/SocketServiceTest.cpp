@@ -8,7 +8,10 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "support/Device.h"
 #include "support/LogRecorder.h"
@@ -145,6 +148,50 @@ TEST_F(AListener, AddsToTheModeThatItsFileHas) {
   });
   ASSERT_TRUE(socket.listen());
   EXPECT_EQ(Mode(kSocketFile), 07777U);
+}
+
+TEST_F(AListener, LetsEveryUserInWithTheLastDescriptorInUse) {
+  const DescriptorLimit one(1);
+  ASSERT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(kSocketFile) & 01777U, 01777U);
+}
+
+/// A run directory that somebody else could put files into.
+class AListenerInASharedDirectory : public AListener {
+ protected:
+  AListenerInASharedDirectory() { chmod(kRunDirectory.c_str(), 0777); }
+
+  /// Puts something of that name in the socket's place as soon as that is bound.
+  static CallHook::Action Replace(std::function<void()> put) {
+    return [put = std::move(put)](const CallArguments&) -> std::optional<long> {
+      unlink(kSocketFile.c_str());
+      put();
+      return std::nullopt;
+    };
+  }
+};
+
+TEST_F(AListenerInASharedDirectory, LetsEveryUserIn) {
+  ASSERT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(kSocketFile) & 01777U, 01777U);
+}
+
+TEST_F(AListenerInASharedDirectory, ChangesTheModeOfNoFileThatALinkInItsPlaceNames) {
+  const std::string other = kRunDirectory + "/other";
+  WriteFile(other, "of somebody else");
+  chmod(other.c_str(), 0600);
+  const CallHook hook(Call::kListen, Replace([&] { std::filesystem::create_symlink(other, kSocketFile); }));
+  EXPECT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(other), 0600U);
+}
+
+TEST_F(AListenerInASharedDirectory, ChangesTheModeOfNoOtherFileInItsPlace) {
+  const CallHook hook(Call::kListen, Replace([] {
+                        WriteFile(kSocketFile, "of somebody else");
+                        chmod(kSocketFile.c_str(), 0600);
+                      }));
+  EXPECT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(kSocketFile), 0600U);
 }
 
 TEST_F(AListener, ListensAlthoughItsFileIsGone) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "support/LogRecorder.h"
+#include "support/MallocWatch.h"
 #include "support/SystemCalls.h"
 #include "support/ThisProcess.h"
 #include "support/VirtualSlots.h"
@@ -497,6 +499,44 @@ TEST_F(AConnectedSocket, ShowsALengthThatDidNotComeWholeAs0) {
                 ElementsAre(Line(kError, "analyseResult", prefix + " size wrong : " + std::to_string(bytes) + " != 4"),
                             Line(kError, "receiveContainer", "0 is over limit 16777216", "SocketReceive.cpp")));
   }
+}
+
+TEST_F(AConnectedSocket, GivesMinus2ForAStringThatFindsNoMemory) {
+  const int length = 5;
+  ASSERT_EQ(peer->sendValue(&length), 0);
+  LogRecorder::Clear();
+  std::string text = "left from before";
+  MallocWatch::FailNext();
+  EXPECT_EQ(socket->receiveContainer(&text), -2);
+  EXPECT_EQ(text, "");
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(Line(kError, "receiveContainer", "no memory for 5 bytes", "SocketReceive.cpp")));
+}
+
+/// Kilobytes of the process's own memory.
+long ResidentMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("RssAnon:")) return std::stol(line.substr(line.find_first_of("0123456789")));
+  }
+  return -1;
+}
+
+TEST_F(AConnectedSocket, TakesNoMemoryForBytesThatDoNotCome) {
+  const int length = kLimit;
+  ASSERT_EQ(peer->sendValue(&length), 0);
+  const long before = ResidentMemory();
+  long during = 0;
+  const CallHook hook(Call::kRecv, [&](const CallArguments& call) -> std::optional<long> {
+    if (call.size == sizeof(length)) return std::nullopt;
+    during = ResidentMemory();
+    errno = ECONNRESET;
+    return -1;
+  });
+  std::string text;
+  EXPECT_EQ(socket->receiveContainer(&text), -1);
+  EXPECT_GT(before, 0);
+  EXPECT_LT(during - before, 1024);
 }
 
 TEST(ASocket, GivesMinus2ForAStringFromADeadDescriptor) {

@@ -12,4 +12,14 @@ namespace zav::common {
 /// Any thread. `errno` is left as it was.
 std::string errorToString(int errnum);
 
+/// An error number as a piece of a log line. Its text is made where the line is made, so that a want of memory costs no
+/// more than the line.
+struct ErrorText {
+  int number;
+};
+
+inline void AppendPiece(std::string& message, ErrorText error) {
+  message += errorToString(error.number);
+}
+
 }  // namespace zav::common

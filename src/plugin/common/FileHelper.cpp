@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 
+#include "common/Descriptor.h"
 #include "common/Log.h"
 
 namespace zav::common {
@@ -89,9 +90,9 @@ enum class Beside { kDone, kNotPossible, kNotWhole };
 Beside WriteBeside(std::ifstream& from, const std::string& src, const std::string& dst) {
   const std::string path = dst + ".new";
   unlink(path.c_str());
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (descriptor == -1) return Beside::kNotPossible;
-  close(descriptor);
+  if (Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)).get() == -1) {
+    return Beside::kNotPossible;
+  }
   std::ofstream to(path, std::ios::out);
   const bool whole = to.is_open() && StreamWhole(from, src, to, path);
   if (whole && rename(path.c_str(), dst.c_str()) == 0) return Beside::kDone;
@@ -123,55 +124,59 @@ bool IsReplaceable(const std::string& dst) {
 
 /// A file system that cannot do it says so, and is none the worse.
 bool Sync(const std::string& path, int flags) {
-  const int descriptor = open(path.c_str(), flags | O_CLOEXEC);
-  if (descriptor == -1) return false;
-  const bool synced = fsync(descriptor) == 0 || errno == EINVAL || errno == EROFS;
-  close(descriptor);
-  return synced;
+  const Descriptor file(open(path.c_str(), flags | O_CLOEXEC));
+  return file.get() != -1 && (fsync(file.get()) == 0 || errno == EINVAL || errno == EROFS);
 }
 
 bool SyncDirectoryOf(const std::string& path) {
   return Sync(path.substr(0, path.rfind('/') + 1), O_RDONLY | O_DIRECTORY);
 }
 
+/// Every way of copying is one operation in the log.
+#define COPY_SITE LOG_SITE_OF("copyFile")
+
 void CopyPermissions(const std::string& path, mode_t mode) {
   const mode_t bits = mode & kPermissionBits;
   if (chmod(path.c_str(), bits) != 0) {
-    LogLine(Priority::kWarning, LOG_SITE_OF("copyFile"), "chmod ", bits, "  failed");
+    LogLine(Priority::kWarning, COPY_SITE, "chmod ", bits, "  failed");
   } else {
-    LogLine(Priority::kDebug, LOG_SITE_OF("copyFile"), "chmod ", bits, " success");
+    LogLine(Priority::kDebug, COPY_SITE, "chmod ", bits, " success");
   }
 }
 
-}  // namespace
+template <class... Pieces>
+int Fail(const LogSite& site, const Pieces&... pieces) {
+  LogLine(Priority::kWarning, site, pieces...);
+  return -1;
+}
 
-namespace {
+int Overwrite(std::ifstream& from, const std::string& src, const std::string& dst) {
+  std::ofstream to(dst, std::ios::out);
+  if (!from.is_open()) return Fail(COPY_SITE, "could not open src: ", src);
+  if (!to.is_open()) return Fail(COPY_SITE, "could not open or create dst: ", dst);
+  if (StreamWhole(from, src, to, dst)) return 0;
+  return Fail(COPY_SITE, "could not copy the whole of src: ", src, " to dst: ", dst);
+}
 
 /// How a copy comes to its destination.
 enum class Way { kInPlace, kInOneStep };
 
 int Copy(const std::string& src, const std::string& dst, Way way) {
-  const char* const function = "copyFile";
-  const auto fail = [&](const auto&... pieces) {
-    LogLine(Priority::kWarning, LOG_SITE_OF(function), pieces...);
-    return -1;
-  };
   struct stat info {};
-  if (lstat(src.c_str(), &info) != 0) return fail("could not take info (lstat) about src: ", src);
-  if (!IsFileOrLink(info.st_mode)) return fail("src: ", src, " is not a file or link");
-  LogLine(Priority::kDebug, LOG_SITE_OF(function), "file: ", src, " size is ", info.st_size, " bytes");
+  if (lstat(src.c_str(), &info) != 0) return Fail(COPY_SITE, "could not take info (lstat) about src: ", src);
+  if (!IsFileOrLink(info.st_mode)) return Fail(COPY_SITE, "src: ", src, " is not a file or link");
+  LogLine(Priority::kDebug, COPY_SITE, "file: ", src, " size is ", info.st_size, " bytes");
 
   std::ifstream from(src, std::ios::in);
   const bool oneStep = way == Way::kInOneStep && from.is_open() && IsReplaceable(dst);
   const Beside beside = oneStep ? WriteBeside(from, src, dst) : Beside::kNotPossible;
   if (beside != Beside::kDone) {
-    if (oneStep && !IsToBeOverwritten(beside, src, dst)) return fail("could not replace dst: ", dst, " by src: ", src);
-    std::ofstream to(dst, std::ios::out);
-    if (!from.is_open()) return fail("could not open src: ", src);
-    if (!to.is_open()) return fail("could not open or create dst: ", dst);
-    if (!StreamWhole(from, src, to, dst)) return fail("could not copy the whole of src: ", src, " to dst: ", dst);
+    if (oneStep && !IsToBeOverwritten(beside, src, dst)) {
+      return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
+    }
+    if (Overwrite(from, src, dst) != 0) return -1;
   }
-  LogLine(Priority::kDebug, LOG_SITE_OF(function), "copy from file: ", src, "\n       to file: ", dst, "\nsuccess");
+  LogLine(Priority::kDebug, COPY_SITE, "copy from file: ", src, "\n       to file: ", dst, "\nsuccess");
   CopyPermissions(dst, info.st_mode);
   return 0;
 }

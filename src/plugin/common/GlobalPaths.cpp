@@ -1,6 +1,7 @@
 #include "common/GlobalPaths.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -23,11 +24,17 @@ bool makeDir(const std::string& path) {
   const int result = mkdir(path.c_str(), kRunDirectoryMode);
   const int error = errno;
   if (result != 0 && error != EEXIST) {
-    LOG_ERROR(path, " : ", errorToString(error));
+    LOG_ERROR(path, " : ", ErrorText{error});
     return false;
   }
   LOG_DEBUG(path, " : ", result);
   return true;
+}
+
+bool isOwnDirectory(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
+         (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 }  // namespace zav::common

@@ -19,4 +19,8 @@ extern const std::string storagePath;
 /// Logs either way. Any thread.
 bool makeDir(const std::string& path);
 
+/// Whether a directory belongs to the process's user, and nobody else can change which files are in it. A symbolic link
+/// is none. Logs nothing. Any thread.
+bool isOwnDirectory(const std::string& path);
+
 }  // namespace zav::common

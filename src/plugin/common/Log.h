@@ -14,7 +14,7 @@
 /// one after the other: text, integers in decimal, pointers in hexadecimal. None of them throws (a line whose message
 /// finds no memory says so instead), and `errno` is left as it was. Any thread may log at any time.
 ///
-/// An error number is taken before the line is made: `const int error = errno; LOG_ERROR(…, errorToString(error))`.
+/// An error number is taken before the line is made: `const int error = errno; LOG_ERROR(…, ErrorText{error})`.
 namespace zav::common {
 
 enum class Priority : int { kDebug = 3, kInfo = 4, kWarning = 5, kError = 6 };

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/select.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +11,7 @@
 #include <optional>
 #include <utility>
 
+#include "common/Descriptor.h"
 #include "common/ErrorText.h"
 #include "common/Log.h"
 #include "common/SignalBlock.h"
@@ -26,23 +26,6 @@ using std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kIdleWait{100};
 /// How often a stop looks after the connection that it waits for.
 constexpr std::chrono::milliseconds kStopLook{50};
-
-/// Keeps an accepted descriptor until somebody else owns it.
-class AcceptedClient {
- public:
-  explicit AcceptedClient(int descriptor) : fd(descriptor) {}
-  ~AcceptedClient() {
-    if (fd != -1) ::close(fd);
-  }
-  AcceptedClient(const AcceptedClient&) = delete;
-  AcceptedClient& operator=(const AcceptedClient&) = delete;
-
-  int get() const { return fd; }
-  int release() { return std::exchange(fd, -1); }
-
- private:
-  int fd;
-};
 
 /// What a wait on the listening descriptor came to.
 struct Readiness {
@@ -90,6 +73,11 @@ Readiness WaitReadable(int listener, int wakeUp, const std::optional<steady_cloc
 /// Whether the next wait may well succeed: nobody was there any more, or a signal came between.
 bool IsPassing(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
+}
+
+/// How `accept` says that the backlog is empty; the second one where the listener was shut.
+bool NobodyIsThere(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINVAL;
 }
 
 }  // namespace
@@ -144,7 +132,7 @@ bool Service::open() {
 void Service::onePass() {
   sleep();
   if (!clientWaits()) return;
-  AcceptedClient client(socket.accept());
+  common::Descriptor client(socket.accept());
   if (client.get() <= 0) {
     const int error = errno;
     if (client.release() == -1 && !IsPassing(error)) pause();
@@ -223,10 +211,18 @@ void Service::close() {
   joinConnection();
   socket.shutdown();
   // Shut, it takes no more clients; those that wait in it already are told.
-  for (int client = socket.accept(); client >= 0 || errno == EINTR; client = socket.accept()) {
+  refuseBacklog();
+  common::LogLine(common::Priority::kInfo, LOG_SITE_OF("start"), "PYXPlugin service stopped");
+}
+
+void Service::refuseBacklog() {
+  for (int client = socket.accept(); client >= 0; client = socket.accept()) {
     if (client > 0) refuse(client);
   }
-  common::LogLine(common::Priority::kInfo, LOG_SITE_OF("start"), "PYXPlugin service stopped");
+  if (NobodyIsThere(errno)) return;
+  // For want of descriptors or memory they cannot be accepted: with the listener they end, too.
+  const std::lock_guard token(serviceMutex);
+  socket.retire();
 }
 
 void Service::refuse(int client) {
@@ -260,8 +256,7 @@ void Service::handle(Socket& client) {
   if (received) header = Decode<Header>(bytes);
   if (!received || header.tag != kHeaderTag) {
     const int error = errno;
-    common::LogLine(common::Priority::kError, LOG_SITE_OF("serve"), client.descriptor(), " ",
-                    common::errorToString(error));
+    common::LogLine(common::Priority::kError, LOG_SITE_OF("serve"), client.descriptor(), " ", common::ErrorText{error});
     return;
   }
   common::LogLine(common::Priority::kDebug, LOG_SITE_OF("serve"), client.descriptor(), " method : ", header.method,

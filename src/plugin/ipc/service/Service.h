@@ -58,6 +58,7 @@ class Service {
   void handOver(int client);
   void joinConnection();
   void close();
+  void refuseBacklog();
   void refuse(int client);
 
   void handle(Socket& client);

@@ -13,7 +13,7 @@
 
 namespace zav::ipc {
 
-using common::errorToString;
+using common::ErrorText;
 
 namespace {
 
@@ -37,14 +37,14 @@ const char* Socket::typeName() const {
 bool Socket::good() const {
   if (fd > 0 && fcntl(fd, F_GETFD) != -1) return true;
   const int error = errno;
-  LOG_ERROR("socketFD : ", fd, " ", errorToString(error));
+  LOG_ERROR("socketFD : ", fd, " ", ErrorText{error});
   return false;
 }
 
 int Socket::analyseResult(const int& result, const unsigned& expected) {
   const int error = errno;
   if (result < 0) {
-    LOG_ERROR(typeName(), " ", fd, " ", errorToString(error));
+    LOG_ERROR(typeName(), " ", fd, " ", ErrorText{error});
     return result;
   }
   if (static_cast<unsigned>(result) != expected) {
@@ -61,7 +61,7 @@ unsigned Socket::getChunkSize(int option, unsigned limit) const {
     return std::min(static_cast<unsigned>(value), limit);
   }
   const int error = errno;
-  LOG_ERROR(typeName(), " ", fd, " getsockopt fails:", errorToString(error));
+  LOG_ERROR(typeName(), " ", fd, " getsockopt fails:", ErrorText{error});
   return 0;
 }
 
@@ -76,7 +76,7 @@ void Socket::create() {
   }
   fd = MoveFromZero(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int error = errno;
-  if (fd == -1) LOG_ERROR(typeName(), " ", fd, " socket descriptor error:", errorToString(error));
+  if (fd == -1) LOG_ERROR(typeName(), " ", fd, " socket descriptor error:", ErrorText{error});
 }
 
 void Socket::shutdown() {
@@ -86,7 +86,7 @@ void Socket::shutdown() {
   }
   if (good() && ::shutdown(fd, SHUT_RDWR) == 0) return;
   const int error = errno;
-  LOG_INFO(typeName(), " Shutdown socket FAIL:", errorToString(error));
+  LOG_INFO(typeName(), " Shutdown socket FAIL:", ErrorText{error});
 }
 
 Socket::~Socket() {
@@ -99,7 +99,7 @@ Socket::~Socket() {
     return;
   }
   const int error = errno;
-  LOG_ERROR(typeName(), " ! ", fd, " ! ", errorToString(error));
+  LOG_ERROR(typeName(), " ! ", fd, " ! ", ErrorText{error});
 }
 
 }  // namespace zav::ipc

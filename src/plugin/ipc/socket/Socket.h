@@ -73,7 +73,8 @@ class Socket {
   int sendValue(const T* value);
   template <class T>
   int sendContainer(T* value);
-  /// @param value  emptied first, and left empty by a length over the limit, which gives 0 all the same.
+  /// @param value  emptied first, and left empty by a failure, and by a length over the limit, which gives 0 all the
+  ///               same. Memory is taken for the bytes that come, whatever length was announced.
   template <class T>
   int receiveContainer(T* value);
 
@@ -86,6 +87,8 @@ class Socket {
  protected:
   /// This object's type as its log lines name it.
   const char* typeName() const;
+  /// Receives a string's bytes after their length. @return as `receiveData`; -2 when there is no memory for them.
+  int receiveText(unsigned length, std::string& text);
 
   int fd = -1;
   sockaddr_un address{};

@@ -2,13 +2,24 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
 
 #include "common/ErrorText.h"
 #include "ipc/socket/Socket.h"
 
 namespace zav::ipc {
 
-using common::errorToString;
+using common::ErrorText;
+
+namespace {
+
+struct Free {
+  void operator()(char* bytes) const { std::free(bytes); }
+};
+
+}  // namespace
 
 int Socket::receiveValue(unsigned& size, void* data) {
   int result = kNoSocket;
@@ -24,7 +35,7 @@ int Socket::receiveData(const unsigned& size, const void* data) {
     const ssize_t count = recv(fd, bytes + received, chunk, MSG_NOSIGNAL);
     if (count == -1) {
       const int error = errno;
-      LOG_ERROR(typeName(), " ", fd, " Can't recv all message:", errorToString(error));
+      LOG_ERROR(typeName(), " ", fd, " Can't recv all message:", ErrorText{error});
       break;
     }
     received += static_cast<unsigned>(count);
@@ -37,6 +48,20 @@ int Socket::receiveData(const unsigned& size, const void* data) {
   return analyseResult(static_cast<int>(received), size);
 }
 
+int Socket::receiveText(unsigned length, std::string& text) {
+  // No byte of it is touched yet: the length that a peer announces costs memory only as the bytes come.
+  const std::unique_ptr<char, Free> bytes(static_cast<char*>(std::calloc(length + size_t{1}, 1)));
+  try {
+    if (!bytes) throw std::bad_alloc();
+    const int result = receiveData(length, bytes.get());
+    if (result == kSocketOk) text.assign(bytes.get(), length);
+    return result;
+  } catch (const std::bad_alloc&) {
+    common::LogLine(common::Priority::kError, LOG_SITE_OF("receiveContainer"), "no memory for ", length, " bytes");
+    return kNoSocket;
+  }
+}
+
 template <>
 int Socket::receiveContainer<std::string>(std::string* value) {
   value->clear();
@@ -46,10 +71,7 @@ int Socket::receiveContainer<std::string>(std::string* value) {
   const int result = receiveValue(lengthSize, &length);
   // Some bytes of a length are no length.
   if (result != kSocketOk) length = 0;
-  if (result == kSocketOk && length <= kMaxContainerSize) {
-    value->resize(length);
-    return receiveData(length, value->data());
-  }
+  if (result == kSocketOk && length <= kMaxContainerSize) return receiveText(length, *value);
   // A length over the limit is no failure of the transfer: it reads as an empty string.
   // The function's own name would show its template arguments.
   common::LogLine(common::Priority::kError, LOG_SITE_OF("receiveContainer"), length, " is over limit ",

@@ -8,7 +8,7 @@
 
 namespace zav::ipc {
 
-using common::errorToString;
+using common::ErrorText;
 
 int Socket::sendValue(const unsigned& size, const void* data) {
   int result = kNoSocket;
@@ -33,7 +33,7 @@ int Socket::sendData(const unsigned& size, const void* data) {
     const ssize_t count = send(fd, bytes + sent, chunk, MSG_NOSIGNAL);
     if (count == -1) {
       const int error = errno;
-      LOG_ERROR(typeName(), " ", fd, " send data fail : ", errorToString(error));
+      LOG_ERROR(typeName(), " ", fd, " send data fail : ", ErrorText{error});
       break;
     }
     sent += static_cast<unsigned>(count);

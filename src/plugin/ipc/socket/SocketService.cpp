@@ -6,14 +6,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <string>
+#include <cstdio>
 
+#include "common/Descriptor.h"
 #include "common/ErrorText.h"
+#include "common/GlobalPaths.h"
 
 namespace zav::ipc {
 
-using common::errorToString;
+using common::Descriptor;
+using common::ErrorText;
 
 namespace {
 
@@ -24,6 +28,10 @@ constexpr mode_t kEveryUser = 01777;
 template <class Address>
 auto* Generic(Address* address) {
   return reinterpret_cast<sockaddr*>(address);
+}
+
+mode_t ModeForEveryUser(const struct stat& info) {
+  return (info.st_mode & kModeBits) | kEveryUser;
 }
 
 bool IsBound(int descriptor) {
@@ -64,22 +72,22 @@ bool SocketService::listen() {
   create();
   if (fd == -1) {
     const int error = errno;
-    LOG_ERROR(errorToString(error));
+    LOG_ERROR(ErrorText{error});
     return false;
   }
   if (fcntl(fd, F_SETFL, O_NONBLOCK) == -1) {
     const int error = errno;
-    LOG_ERROR("fcntl ! ", errorToString(error));
+    LOG_ERROR("fcntl ! ", ErrorText{error});
     return false;
   }
   if (bind(fd, Generic(&address), sizeof(address)) != 0) {
     const int error = errno;
-    LOG_ERROR("bind failed! ", errorToString(error));
+    LOG_ERROR("bind failed! ", ErrorText{error});
     return false;
   }
   if (::listen(fd, kBacklog) != 0) {
     const int error = errno;
-    LOG_ERROR("listen has failed! ", errorToString(error));
+    LOG_ERROR("listen has failed! ", ErrorText{error});
     return false;
   }
   admitEveryUser();
@@ -88,14 +96,19 @@ bool SocketService::listen() {
 }
 
 void SocketService::admitEveryUser() const {
-  // By descriptor and without following links: where others can write to the run directory, no file of somebody else's
-  // may be put in the socket's place and have its mode changed.
-  const int file = open(address.sun_path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
   struct stat info {};
-  if (file != -1 && fstat(file, &info) == 0 && S_ISSOCK(info.st_mode)) {
-    chmod(("/proc/self/fd/" + std::to_string(file)).c_str(), (info.st_mode & kModeBits) | kEveryUser);
+  if (common::isOwnDirectory(common::runPath)) {
+    if (stat(address.sun_path, &info) == 0) chmod(address.sun_path, ModeForEveryUser(info));
+    return;
   }
-  if (file != -1) close(file);
+  // By descriptor and without following links: others can put a file of somebody else's in the socket's place here, and
+  // that must not have its mode changed.
+  const Descriptor file(open(address.sun_path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (file.get() == -1 || fstat(file.get(), &info) != 0 || !S_ISSOCK(info.st_mode)) return;
+  // Nothing here throws: a listener that nobody serves would keep its clients waiting.
+  std::array<char, 32> name{};
+  std::snprintf(name.data(), name.size(), "/proc/self/fd/%d", file.get());
+  chmod(name.data(), ModeForEveryUser(info));
 }
 
 int SocketService::accept() {
