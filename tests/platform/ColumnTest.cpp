@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "klay/Exception.h"
 #include "klay/database/Statement.h"
 #include "platform/OpenFlags.h"
 #include "support/Surroundings.h"
@@ -43,6 +44,14 @@ TEST_F(AColumn, ReadsWholeTextWithZerosInsideIt) {
 TEST_F(AColumn, ReadsANumberAsItsText) {
   EXPECT_EQ(TextOf("-5"), "-5");
   EXPECT_EQ(TextOf("1.5"), "1.5");
+}
+
+TEST_F(AColumn, ThatIsNotThereThrows) {
+  Statement select(connection, "SELECT 'only'");
+  ASSERT_TRUE(select.step());
+  EXPECT_THROW(select.getColumn(1).getText(), klay::Exception);
+  EXPECT_THROW(select.getColumn(-1).getText(), klay::Exception);
+  EXPECT_EQ(select.getColumn(0).getText(), "only");
 }
 
 TEST_F(AColumn, IsCountedFromZero) {

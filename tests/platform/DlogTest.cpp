@@ -110,8 +110,10 @@ class StandardErrorPipe {
     original = -1;
   }
 
+  void DoNotBlock() { fcntl(ends[1], F_SETFL, O_NONBLOCK); }
+
   void Fill() {
-    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    DoNotBlock();
     while (write(ends[1], "x", 1) == 1) {
     }
     fcntl(ends[1], F_SETFL, 0);
@@ -291,6 +293,17 @@ TEST_F(TheLog, WritesTheLinesOfManyThreadsWholeIntoAPipeThatTheyFill) {
   // Longer than what a pipe takes in one piece whoever else writes.
   constexpr size_t kLong = 20'000;
   StandardErrorPipe pipe;
+  dlog::SetFile(nullptr);
+  auto content = std::async(std::launch::async, [&] { return pipe.ReadToEnd(); });
+  LogFromThreads(4, 100, kLong);
+  pipe.CloseWriter();
+  ExpectWholeLines(content.get(), 4, 100, kLong);
+}
+
+TEST_F(TheLog, WritesWholeLinesIntoAPipeThatDoesNotBlock) {
+  constexpr size_t kLong = 20'000;
+  StandardErrorPipe pipe;
+  pipe.DoNotBlock();
   dlog::SetFile(nullptr);
   auto content = std::async(std::launch::async, [&] { return pipe.ReadToEnd(); });
   LogFromThreads(4, 100, kLong);
