@@ -30,6 +30,8 @@ int Call(const std::string& operation, const Arguments&... arguments) {
 
 namespace common {
 
+DBStorage::~DBStorage() = default;
+
 void DBStorage::InitHandler() {
   test::Call("InitHandler");
 }

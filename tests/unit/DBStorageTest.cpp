@@ -510,9 +510,9 @@ class AStaleBackup : public TheBackup {
 
 TEST_F(AStaleBackup, DoesNotTakeThePlaceOfASoundDatabase) {
   EXPECT_EQ(storage.RestoreBackup(), -50);
-  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(StorageLine(kWarning, "RestoreBackup", "Failed to restore backup")));
-  ExpectClosed();
-  storage.Reset();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(StorageLine(kWarning, "RestoreBackup", "Failed to restore backup"), DirectoryThere()));
+  // It is open: what reads it next finds what was acknowledged, and not the defaults.
   EXPECT_EQ(Read("a"), "new");
 }
 
@@ -520,17 +520,87 @@ TEST_F(AStaleBackup, IsKnownToTheNextProcess) {
   DBStorage next;
   next.InitHandler();
   EXPECT_EQ(next.RestoreBackup(), -50);
-  next.Reset();
   std::string value;
   EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
   EXPECT_EQ(value, "new");
+}
+
+/// A process that ended without coming to its end, having written "a" as "new".
+class ACutOffProcess : public TheBackup {
+ protected:
+  void SetUp() override {
+    TheBackup::SetUp();
+    OpenWithRow("a", "old");
+    older = ReadFile(kBackup);
+    ASSERT_EQ(storage.WritePolicy(PYXPlugin, "a", "new"), 0);
+    // As its successor finds it: the note is there, and no connection.
+    ASSERT_TRUE(FileExists(kStale));
+    next.InitHandler();
+  }
+  std::string ReadByTheNext() {
+    std::string value;
+    EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+    return value;
+  }
+
+  std::string older;
+  DBStorage next;
+};
+
+TEST_F(ACutOffProcess, LeavesABackupThatIsCompleteIfNothingWasLostWithIt) {
+  EXPECT_EQ(next.RestoreBackup(), 0);
+  EXPECT_EQ(LogRecorder::Count("Failed to restore backup"), 0);
+  EXPECT_EQ(ReadByTheNext(), "new");
+}
+
+TEST_F(ACutOffProcess, LeavesABackupThatIsNotTrustedIfThePowerWentWithIt) {
+  const std::string whole = ReadFile(kBackup);
+  for (const std::string& left : {older, std::string(), whole.substr(0, whole.size() / 2), whole + "more"}) {
+    SCOPED_TRACE(left.size());
+    WriteFile(kBackup, left);
+    EXPECT_EQ(next.RestoreBackup(), -50);
+    EXPECT_EQ(ReadByTheNext(), "new");
+  }
+  fs::remove(kBackup);
+  EXPECT_EQ(next.RestoreBackup(), -50);
+  EXPECT_EQ(ReadByTheNext(), "new");
+}
+
+TEST_F(ACutOffProcess, IsForgottenWithTheNextWrite) {
+  WriteFile(kBackup, older);
+  ASSERT_EQ(next.WritePolicy(PYXPlugin, "b", "1"), 0);
+  Sql("DELETE FROM PYXPlugin");
+  EXPECT_EQ(next.RestoreBackup(), 0);
+  EXPECT_EQ(ReadByTheNext(), "new");
+}
+
+TEST_F(TheBackup, IsMarkedUntilItIsOnTheDiskAtTheEnd) {
+  {
+    DBStorage first;
+    first.InitHandler();
+    EXPECT_EQ(first.CheckTables(), -51);
+    EXPECT_FALSE(FileExists(kStale));
+    EXPECT_EQ(first.WritePolicy(PYXPlugin, "a", "1"), 0);
+    EXPECT_TRUE(FileExists(kStale));
+  }
+  EXPECT_FALSE(FileExists(kStale));
+}
+
+TEST_F(TheBackup, ThatWasNotMadeStaysMarkedAtTheEnd) {
+  {
+    DBStorage first;
+    first.InitHandler();
+    EXPECT_EQ(first.CheckTables(), -51);
+    fs::create_directory(kBackup);
+    EXPECT_EQ(first.WritePolicy(PYXPlugin, "a", "1"), 0);
+  }
+  EXPECT_TRUE(FileExists(kStale));
 }
 
 TEST_F(AStaleBackup, TakesThePlaceOfADamagedDatabase) {
   WriteFile(kDatabase, std::string(8192, 'x'));
   EXPECT_EQ(storage.RestoreBackup(), 0);
   EXPECT_EQ(Read("a"), "old");
-  EXPECT_FALSE(FileExists(kStale));
 }
 
 TEST_F(AStaleBackup, TakesThePlaceOfADatabaseThatVanished) {
@@ -549,7 +619,6 @@ TEST_F(AStaleBackup, TakesThePlaceOfAnEmptyDatabase) {
 
 TEST_F(AStaleBackup, IsOneNoMoreAfterTheNextWrite) {
   ASSERT_EQ(storage.WritePolicy(PYXPlugin, "b", "1"), 0);
-  EXPECT_FALSE(FileExists(kStale));
   EXPECT_EQ(storage.RestoreBackup(), 0);
   EXPECT_EQ(Read("a"), "new");
 }
@@ -632,7 +701,7 @@ TEST_F(RestoringTheBackup, LeavesNothingBesideTheDatabase) {
   OpenWithRow("a", "1");
   EXPECT_EQ(storage.RestoreBackup(), 0);
   for (const auto& entry : fs::directory_iterator(kStorageDirectory)) {
-    EXPECT_THAT(entry.path().string(), testing::AnyOf(kDatabase, kBackup, kJournal));
+    EXPECT_THAT(entry.path().string(), testing::AnyOf(kDatabase, kBackup, kJournal, kStale));
   }
 }
 

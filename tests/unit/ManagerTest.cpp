@@ -373,6 +373,17 @@ TEST_F(ReadingAPolicy, WhoseTableIsLostTakesItFromTheBackup) {
                                Lines{StorageLine(kDebug, "ReadPolicy", "Successfully read [a]")}));
 }
 
+TEST_F(ALaterStart, AfterAPowerLossKeepsItsRowsWhicheverIsMissing) {
+  SetRow("a", R"({"from":"before"})");
+  WriteFile(kBackup, ReadFile(kDatabase));
+  SetRow("a", R"({"from":"write"})");
+  WriteFile(kBackup + ".stale", "");
+  EXPECT_EQ(Get("missing"), "");
+  EXPECT_EQ(Get("a"), "{\"from\":\"write\"}\n");
+  EXPECT_EQ(Update("missing", "{}"), 0);
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", _), Pair("missing", "{}\n")));
+}
+
 TEST_F(ReadingAPolicy, ThatTheBackupLacksTakesTheDefaultAndWritesIt) {
   Sql("DELETE FROM PYXPlugin WHERE name = 'b'");
   Sql("DELETE FROM PYXPlugin WHERE name = 'b'", kBackup);

@@ -878,6 +878,8 @@ TEST_F(AServiceThatRuns, EndsTheClientsInItsBacklogAlsoWhereDescriptor0IsFree) {
   std::atomic<bool> shut{false};
   const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
     if (!shut.exchange(true)) close(0);
+    // An accept that succeeds leaves the error of an earlier call.
+    errno = EAGAIN;
     return std::nullopt;
   });
   const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {

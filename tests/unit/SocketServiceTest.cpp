@@ -171,6 +171,17 @@ class AListenerInASharedDirectory : public AListener {
   }
 };
 
+/// Leaves the file of a socket there, mode 0600.
+void SocketOfSomebodyElse(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(chmod(path.c_str(), 0600), 0);
+  close(fd);
+}
+
 TEST_F(AListenerInASharedDirectory, LetsEveryUserIn) {
   ASSERT_TRUE(socket.listen());
   EXPECT_EQ(Mode(kSocketFile) & 01777U, 01777U);
@@ -180,6 +191,14 @@ TEST_F(AListenerInASharedDirectory, ChangesTheModeOfNoFileThatALinkInItsPlaceNam
   const std::string other = kRunDirectory + "/other";
   WriteFile(other, "of somebody else");
   chmod(other.c_str(), 0600);
+  const CallHook hook(Call::kListen, Replace([&] { std::filesystem::create_symlink(other, kSocketFile); }));
+  EXPECT_TRUE(socket.listen());
+  EXPECT_EQ(Mode(other), 0600U);
+}
+
+TEST_F(AListenerInASharedDirectory, ChangesTheModeOfNoSocketThatALinkInItsPlaceNames) {
+  const std::string other = kRunDirectory + "/other";
+  SocketOfSomebodyElse(other);
   const CallHook hook(Call::kListen, Replace([&] { std::filesystem::create_symlink(other, kSocketFile); }));
   EXPECT_TRUE(socket.listen());
   EXPECT_EQ(Mode(other), 0600U);

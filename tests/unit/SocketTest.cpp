@@ -487,6 +487,16 @@ TEST_F(AConnectedSocket, TellsThatThePeerClosedAfterTheLengthOfAString) {
                           Line(kError, "analyseResult", prefix + " size wrong : 0 != 5")));
 }
 
+TEST_F(AConnectedSocket, GivesNoPartOfAString) {
+  const int length = 5;
+  ASSERT_EQ(peer->sendValue(&length), 0);
+  PeerSends("half");
+  ClosePeer();
+  std::string text = "left from before";
+  EXPECT_EQ(socket->receiveContainer(&text), -1);
+  EXPECT_EQ(text, "");
+}
+
 TEST_F(AConnectedSocket, ShowsALengthThatDidNotComeWholeAs0) {
   for (const size_t bytes : {2U, 0U}) {
     LogRecorder::Clear();

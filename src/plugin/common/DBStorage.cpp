@@ -21,7 +21,8 @@ const char* const kJournal = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db-jou
 // There from before the database is deleted until the backup stands whole in its place: a restore that was cut short
 // is finished at the next opening. Without it an empty database would be made then, and overwrite the backup.
 const char* const kRestoring = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.restoring";
-// There while the backup lacks what the database holds, because the last copy failed.
+// There while the backup on the disk may lack what the database holds: from before the first write until the end of the
+// process, which syncs it, or for longer when the last copy failed.
 const char* const kStale = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak.stale";
 
 // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
@@ -86,7 +87,6 @@ void DBStorage::InitHandler() {
   if (handler) return;
   FileHelper files;
   if (files.createDirectory(kDirectory) != 0) return;
-  backupIsStale = backupIsStale || files.fileExist(kStale);
   if (!FinishRestore()) {
     LOG_ERROR("Failed to initialize handler: the backup cannot be put in place");
     return;
@@ -124,7 +124,7 @@ bool DBStorage::PlaceBackup() {
   if (placed || !readable) files.removeMark(kRestoring);
   if (!placed) return false;
   restoreIsOwed = false;
-  SetBackupIsStale(false);
+  backup = BackupIs::kComplete;
   return true;
 }
 
@@ -136,11 +136,14 @@ void DBStorage::Reset() {
 int DBStorage::RestoreBackup() {
   handler.reset();
   FileHelper files;
-  if (backupIsStale && HoldsRows()) {
-    // What was acknowledged since stands in the database alone.
+  if (BackupIsBehind() && HoldsRows()) {
+    // What was acknowledged since stands in the database alone: it stays, and is open for the next step.
     LOG_WARNING("Failed to restore backup");
+    InitHandler();
     return kStorageFailure;
   }
+  // From here on it is the only copy.
+  files.syncFile(kBackup);
   files.makeMark(kRestoring);
   files.deleteFile(kDatabase);
   files.discardFile(kJournal);
@@ -216,6 +219,8 @@ int DBStorage::RestoreTable(const Component& component) {
 int DBStorage::WritePolicy(const Component& component, const std::string& name, const std::string& value) {
   const char* const function = __func__;
   const auto write = [&]() -> int {
+    // The backup of what is written now is complete in memory, but on the disk at the end only.
+    MarkBackup();
     {
       Statement insert(*handler, "INSERT INTO " + ComponentName(component) + "(name, value) VALUES(?, ?)");
       insert.bind(1, name);
@@ -244,20 +249,30 @@ void DBStorage::Backup() noexcept {
   } catch (...) {
   }
   if (result != 0) LOG_WARNING("Failed to backup DB");
-  try {
-    SetBackupIsStale(result != 0);
-  } catch (...) {
-  }
+  backup = result == 0 ? BackupIs::kComplete : BackupIs::kBehind;
 }
 
-/// Kept on the disk, too: the next process is to know it.
-void DBStorage::SetBackupIsStale(bool stale) {
-  if (stale == backupIsStale) return;
-  backupIsStale = stale;
-  if (stale) {
-    FileHelper().makeMark(kStale);
-  } else {
-    FileHelper().removeMark(kStale);
+/// Tells the next process that the backup may be behind, however this one ends.
+void DBStorage::MarkBackup() {
+  if (marked) return;
+  marked = FileHelper().makeMark(kStale);
+}
+
+/// Whether the database may hold what the backup lacks. One that an earlier process left so marked, not having come to
+/// its end, is complete if nothing was lost with it.
+bool DBStorage::BackupIsBehind() {
+  FileHelper files;
+  if (backup != BackupIs::kUnknown) return backup == BackupIs::kBehind;
+  return files.fileExist(kStale) && !files.sameContent(kBackup, kDatabase);
+}
+
+DBStorage::~DBStorage() {
+  handler.reset();
+  if (backup != BackupIs::kComplete) return;
+  try {
+    FileHelper files;
+    if (files.syncFile(kBackup)) files.removeMark(kStale);
+  } catch (...) {
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <klay/database/Connection.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,12 @@ enum StorageCode : int {
 /// `kStorageFailure`.
 class DBStorage {
  public:
+  DBStorage() = default;
+  /// Closes the database, and brings its backup to the disk.
+  ~DBStorage();
+  DBStorage(const DBStorage&) = delete;
+  DBStorage& operator=(const DBStorage&) = delete;
+
   /// Opens the database if it is not open: makes the storage directory (its parents must exist) and the file where
   /// they are missing, and first finishes a restore of the backup that was cut short. After a failure, which is logged,
   /// the connection stays closed.
@@ -44,8 +51,9 @@ class DBStorage {
 
   /// Puts the backup in the database's place: closes and deletes the database, copies the backup over it, opens it.
   ///
-  /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the connection is
-  ///         then closed, and the database file gone, unless it is sound and holds what the backup lacks.
+  /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the database file
+  ///         is then gone and the connection closed, unless it is sound and holds what the backup lacks; such a one is
+  ///         left in place and open.
   int RestoreBackup();
 
   /// Makes sure that the table of every component exists.
@@ -79,13 +87,17 @@ class DBStorage {
   bool FinishRestore();
   bool PlaceBackup();
   void Backup() noexcept;
-  void SetBackupIsStale(bool stale);
+  void MarkBackup();
+  bool BackupIsBehind();
 
   std::unique_ptr<klay::database::Connection> handler;
   /// The database was set aside as damaged, and neither has the backup taken its place yet nor was anything written.
   bool restoreIsOwed = false;
-  /// The backup lacks what the database holds: its last copy failed.
-  bool backupIsStale = false;
+  /// What is known of the backup since this object wrote or restored it.
+  enum class BackupIs : std::uint8_t { kUnknown, kComplete, kBehind };
+  BackupIs backup = BackupIs::kUnknown;
+  /// The note to the next process was made.
+  bool marked = false;
 };
 
 }  // namespace zav::common

@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -217,9 +218,22 @@ bool FileHelper::fileReadable(const std::string& path) {
   return file.eof() && !file.bad();
 }
 
-void FileHelper::makeMark(const std::string& path) {
-  std::ofstream(path, std::ios::out).close();
-  SyncDirectoryOf(path);
+bool FileHelper::sameContent(const std::string& path, const std::string& other) {
+  std::ifstream one(path, std::ios::in);
+  std::ifstream two(other, std::ios::in);
+  std::array<char, kReadSize> chunk;
+  std::array<char, kReadSize> counterpart;
+  do {
+    one.read(chunk.data(), chunk.size());
+    two.read(counterpart.data(), counterpart.size());
+    if (one.gcount() != two.gcount()) return false;
+    if (!std::equal(chunk.data(), chunk.data() + one.gcount(), counterpart.data())) return false;
+  } while (one && two);
+  return one.eof() && !one.bad() && two.eof() && !two.bad();
+}
+
+bool FileHelper::makeMark(const std::string& path) {
+  return std::ofstream(path, std::ios::out).is_open() && SyncDirectoryOf(path);
 }
 
 void FileHelper::removeMark(const std::string& path) {

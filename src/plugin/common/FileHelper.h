@@ -61,8 +61,11 @@ class FileHelper : public IFileHelper {
   bool fileExist(const std::string& path);
   /// Whether a file can be read to its end.
   bool fileReadable(const std::string& path);
+  /// Whether two files can be read and hold the same bytes.
+  bool sameContent(const std::string& path, const std::string& other);
   /// Makes an empty file, or removes one, that is to be there, or gone, after a power loss too. `path` is absolute.
-  void makeMark(const std::string& path);
+  /// @return whether it did.
+  bool makeMark(const std::string& path);
   void removeMark(const std::string& path);
   /// Brings a file and its name to the disk. `path` is absolute. @return whether it did.
   bool syncFile(const std::string& path);

@@ -75,11 +75,6 @@ bool IsPassing(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
 }
 
-/// How `accept` says that the backlog is empty; the second one where the listener was shut.
-bool NobodyIsThere(int error) {
-  return error == EAGAIN || error == EWOULDBLOCK || error == EINVAL;
-}
-
 }  // namespace
 
 void Service::prepare() {
@@ -219,7 +214,7 @@ void Service::refuseBacklog() {
   for (int client = socket.accept(); client >= 0; client = socket.accept()) {
     if (client > 0) refuse(client);
   }
-  if (NobodyIsThere(errno)) return;
+  if (errno == EAGAIN || errno == EWOULDBLOCK) return;
   // For want of descriptors or memory they cannot be accepted: with the listener they end, too.
   const std::lock_guard token(serviceMutex);
   socket.retire();
