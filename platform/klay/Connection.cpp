@@ -1,6 +1,7 @@
 #include "klay/database/Connection.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <memory>
@@ -17,18 +18,32 @@ constexpr int kBusyTimeoutMs = 5000;
 constexpr const char* kDamagedSuffix = ".damaged";
 constexpr const char* kJournalSuffix = "-journal";
 
-/// What is wrong with the file; empty when it is sound. Throws when it cannot be told.
-std::string Damage(sqlite3* database) {
+using Prepared = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
+
+/// Whether the file ends within a page. The engine reads the rest of that as zeros, and finds nothing wrong with it.
+bool IsCutShort(const std::string& path, sqlite3* database) {
   sqlite3_stmt* raw = nullptr;
-  int result = sqlite3_prepare_v2(database, "PRAGMA quick_check(1)", -1, &raw, nullptr);
-  const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> statement(raw, sqlite3_finalize);
+  const int result = sqlite3_prepare_v2(database, "PRAGMA page_size", -1, &raw, nullptr);
+  const Prepared statement(raw, sqlite3_finalize);
+  struct stat info {};
+  if (result != SQLITE_OK || sqlite3_step(raw) != SQLITE_ROW || stat(path.c_str(), &info) != 0) return false;
+  return info.st_size % sqlite3_column_int64(raw, 0) != 0;
+}
+
+/// What is wrong with the file; empty when it is sound. Throws when it cannot be told.
+std::string Damage(const std::string& path, sqlite3* database) {
+  sqlite3_stmt* raw = nullptr;
+  int result = sqlite3_prepare_v2(database, "PRAGMA integrity_check(1)", -1, &raw, nullptr);
+  const Prepared statement(raw, sqlite3_finalize);
   if (result == SQLITE_OK) result = sqlite3_step(raw);
   if (result == SQLITE_ROW) {
     const std::string finding = Column(raw, 0).getText();
-    return finding == "ok" ? std::string() : finding;
+    if (finding != "ok") return finding;
+    return IsCutShort(path, database) ? "the file ends within a page" : "";
   }
   const int primary = result & 0xff;
-  if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB) return sqlite3_errmsg(database);
+  // The general error is that of a schema in no known format.
+  if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_ERROR) return sqlite3_errmsg(database);
   throw Exception(sqlite3_errmsg(database));
 }
 
@@ -62,7 +77,7 @@ Connection::Connection(const std::string& path, int flags, bool check) {
   sqlite3_busy_timeout(raw, kBusyTimeoutMs);
 
   if (check) {
-    const std::string damage = Damage(raw);
+    const std::string damage = Damage(path, raw);
     if (!damage.empty()) {
       opened.reset();
       SetAside(path);

@@ -205,6 +205,40 @@ TEST_F(ADamagedFile, ThatIsCutOffDoesNotPassTheCheckAndIsSetAside) {
   EXPECT_EQ(fs::file_size(damaged), 8192u);
 }
 
+TEST_F(ADamagedFile, ThatEndsWithinAPageDoesNotPassTheCheckAndIsSetAside) {
+  // The last page holds the end of this text.
+  Sql("CREATE TABLE t (v TEXT)", file);
+  Sql("INSERT INTO t VALUES ('" + std::string(7000, 'x') + "')", file);
+  for (const size_t missing : {1U, 511U, 3000U}) {
+    const std::string cut = ReadFile(file);
+    WriteFile(file, cut.substr(0, cut.size() - missing));
+    EXPECT_EQ(Failure(), "the file ends within a page") << missing;
+    EXPECT_FALSE(FileExists(file));
+    WriteFile(file, cut);
+  }
+  EXPECT_EQ(Failure(), "");
+}
+
+TEST_F(ADamagedFile, WhoseIndexNamesAnotherKeyDoesNotPassTheCheck) {
+  Sql("CREATE TABLE t (k TEXT PRIMARY KEY)", file);
+  Sql("INSERT INTO t VALUES ('original key')", file);
+  std::string content = ReadFile(file);
+  // The last page is the index's.
+  content.replace(content.rfind("original key"), 8, "changed ");
+  WriteFile(file, content);
+  EXPECT_THAT(Failure(), testing::HasSubstr("missing from index"));
+}
+
+TEST_F(ADamagedFile, WhoseSchemaIsOfNoKnownFormatDoesNotPassTheCheck) {
+  Sql("CREATE TABLE t (v TEXT)", file);
+  std::string content = ReadFile(file);
+  constexpr size_t kSchemaFormat = 47;
+  content[kSchemaFormat] = '\x40';
+  WriteFile(file, content);
+  EXPECT_EQ(Failure(), "unsupported file format");
+  EXPECT_FALSE(FileExists(file));
+}
+
 TEST_F(ADamagedFile, IsNotLookedAtWithoutTheCheck) {
   MakeDamaged();
   EXPECT_EQ(Failure(kReadWriteCreate, kNoCheck), "");

@@ -34,6 +34,7 @@ const auto kUnknown = static_cast<Component>(1);
 const std::string kDamaged = kDatabase + ".damaged";
 const std::string kRestoring = kDatabase + ".restoring";
 const std::string kStale = kBackup + ".stale";
+const std::string kOpening = kDatabase + ".opening";
 const char* const kNotOpen = "Storage handler was not initialized";
 
 testing::Matcher<LogEntry> StorageLine(int priority, const std::string& function,
@@ -690,6 +691,16 @@ TEST_F(RestoringTheBackup, ThatIsDamagedIsASuccessThatLeavesTheDatabaseClosed) {
   ExpectClosed();
 }
 
+TEST_F(RestoringTheBackup, ThatCannotBeReadLeavesTheDatabaseInPlace) {
+  OpenWithRow("a", "1");
+  fs::remove(kBackup);
+  fs::create_directory(kBackup);
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  EXPECT_THAT(LogRecorder::Lines(),
+              testing::Contains(StorageLine(kWarning, "RestoreBackup", "Failed to restore backup")));
+  EXPECT_EQ(Read("a"), "1");
+}
+
 TEST_F(RestoringTheBackup, LeavesNoDescriptorOfTheOldDatabase) {
   OpenWithRow("a", "1");
   const auto before = Descriptors();
@@ -761,6 +772,35 @@ TEST_F(AnInterruptedRestore, OfADatabaseThatWasSetAsideIsFinishedByTheNextProces
   EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
   EXPECT_EQ(value, "1");
   EXPECT_FALSE(FileExists(kRestoring));
+}
+
+TEST_F(AnInterruptedRestore, OfADatabaseThatWasSetAsideInSilenceIsFinishedByTheNextProcess) {
+  OpenWithRow("a", "1");
+  // As a process leaves it that ended within the opening.
+  WriteFile(kOpening, "");
+  fs::remove(kDatabase);
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.CheckTables(), 0);
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "1");
+  EXPECT_FALSE(FileExists(kOpening));
+  EXPECT_FALSE(FileExists(kRestoring));
+}
+
+TEST_F(AnInterruptedRestore, IsNotTakenFromADatabaseThatVanishedBetweenTwoRuns) {
+  {
+    DBStorage first;
+    first.InitHandler();
+    ASSERT_EQ(first.CheckTables(), -51);
+    ASSERT_EQ(first.WritePolicy(PYXPlugin, "a", "1"), 0);
+  }
+  EXPECT_FALSE(FileExists(kOpening));
+  fs::remove(kDatabase);
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.CheckTables(), -51);
 }
 
 TEST_F(AnInterruptedRestore, IsOwedNoMoreWhenSomethingWasWritten) {

@@ -309,6 +309,14 @@ TEST(DeletingAMember, RemovesItAndNoOther) {
   EXPECT_EQ(policy.AsString(), "{\"b\":{\"a\":2}}\n");
 }
 
+TEST(DeletingAMember, WithAZeroInItsKeyRemovesThatOne) {
+  Policy policy;
+  policy.SetIntValue("a", 1);
+  policy.SetIntValue(std::string("a\0b", 3), 2);
+  policy.DeleteValue(std::string("a\0b", 3));
+  EXPECT_EQ(policy.AsString(), "{\"a\":1}\n");
+}
+
 TEST(DeletingAMember, ThatIsMissingOrOfANullPolicyChangesNothing) {
   Policy policy = OfEveryType();
   const std::string before = policy.AsString();

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <new>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "common/FileHelper.h"
@@ -24,6 +23,10 @@ const char* const kRestoring = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.r
 // There while the backup on the disk may lack what the database holds: from before the first write until the end of the
 // process, which syncs it, or for longer when the last copy failed.
 const char* const kStale = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.bak.stale";
+
+// There while a database that has a backup is being opened: if the database is gone at the next opening, it was found
+// damaged and set aside, and nobody came to say so.
+const char* const kOpening = "/opt/data/dpm/dplugins/zav-pyx-plugin/.data.db.opening";
 
 // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
 constexpr int kOpenFlags = 6;
@@ -44,7 +47,7 @@ using klay::database::Statement;
 bool HoldsRows() {
   try {
     const Connection database(kDatabase, kOpenExisting, !kCheckAtOpening);
-    Statement check(database, "PRAGMA quick_check(1)");
+    Statement check(database, "PRAGMA integrity_check(1)");
     if (!check.step() || check.getColumn(0).getText() != "ok") return false;
     return Statement(database, "SELECT 1 FROM " + ComponentName(PYXPlugin) + " LIMIT 1").step();
   } catch (...) {
@@ -91,6 +94,8 @@ void DBStorage::InitHandler() {
     LOG_ERROR("Failed to initialize handler: the backup cannot be put in place");
     return;
   }
+  const bool mayBeSetAside = files.fileExist(kDatabase) && files.fileExist(kBackup);
+  if (mayBeSetAside) files.makeMark(kOpening);
   try {
     handler.reset(new (std::nothrow) Connection(kDatabase, kOpenFlags, kCheckAtOpening));
   } catch (const klay::Exception& exception) {
@@ -103,6 +108,7 @@ void DBStorage::InitHandler() {
     files.makeMark(kRestoring);
     restoreIsOwed = true;
   }
+  if (mayBeSetAside) files.removeMark(kOpening);
 }
 
 /// Finishes a restore that an earlier process left unfinished, or that found no room. One that this process owes comes
@@ -110,6 +116,10 @@ void DBStorage::InitHandler() {
 /// @return whether the database may be opened.
 bool DBStorage::FinishRestore() {
   FileHelper files;
+  if (files.fileExist(kOpening)) {
+    if (!files.fileExist(kDatabase) && files.fileExist(kBackup)) files.makeMark(kRestoring);
+    files.removeMark(kOpening);
+  }
   return restoreIsOwed || !files.fileExist(kRestoring) || PlaceBackup() || !files.fileExist(kRestoring);
 }
 
@@ -121,11 +131,9 @@ bool DBStorage::PlaceBackup() {
   // A journal that the old file left would be rolled into the new one.
   if (readable) files.discardFile(kJournal);
   const bool placed = files.replaceFile(kBackup, kDatabase) == 0 && files.syncFile(kDatabase);
-  if (placed || !readable) files.removeMark(kRestoring);
-  if (!placed) return false;
-  restoreIsOwed = false;
-  backup = BackupIs::kComplete;
-  return true;
+  if (placed || !readable) restoreIsOwed = !files.removeMark(kRestoring);
+  if (placed) backup = BackupIs::kComplete;
+  return placed;
 }
 
 void DBStorage::Reset() {
@@ -136,8 +144,9 @@ void DBStorage::Reset() {
 int DBStorage::RestoreBackup() {
   handler.reset();
   FileHelper files;
-  if (BackupIsBehind() && HoldsRows()) {
-    // What was acknowledged since stands in the database alone: it stays, and is open for the next step.
+  const bool unreadable = files.fileExist(kBackup) && !files.fileReadable(kBackup);
+  if (unreadable || (BackupIsBehind() && HoldsRows())) {
+    // There is nothing to put in its place, or less than it holds: it stays, and is open for the next step.
     LOG_WARNING("Failed to restore backup");
     InitHandler();
     return kStorageFailure;
@@ -231,7 +240,7 @@ int DBStorage::WritePolicy(const Component& component, const std::string& name, 
       }
     }
     // There is something again that no backup may take the place of.
-    if (std::exchange(restoreIsOwed, false)) FileHelper().removeMark(kRestoring);
+    if (restoreIsOwed) restoreIsOwed = !FileHelper().removeMark(kRestoring);
     // The statement has ended: the file is whole and may be copied.
     Backup();
     return kStorageOk;

@@ -236,8 +236,8 @@ bool FileHelper::makeMark(const std::string& path) {
   return std::ofstream(path, std::ios::out).is_open() && SyncDirectoryOf(path);
 }
 
-void FileHelper::removeMark(const std::string& path) {
-  if (unlink(path.c_str()) == 0) SyncDirectoryOf(path);
+bool FileHelper::removeMark(const std::string& path) {
+  return unlink(path.c_str()) == 0 ? SyncDirectoryOf(path) : errno == ENOENT;
 }
 
 bool FileHelper::syncFile(const std::string& path) {

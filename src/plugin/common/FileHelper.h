@@ -64,9 +64,9 @@ class FileHelper : public IFileHelper {
   /// Whether two files can be read and hold the same bytes.
   bool sameContent(const std::string& path, const std::string& other);
   /// Makes an empty file, or removes one, that is to be there, or gone, after a power loss too. `path` is absolute.
-  /// @return whether it did.
+  /// @return whether it is so.
   bool makeMark(const std::string& path);
-  void removeMark(const std::string& path);
+  bool removeMark(const std::string& path);
   /// Brings a file and its name to the disk. `path` is absolute. @return whether it did.
   bool syncFile(const std::string& path);
 };

@@ -4,6 +4,7 @@
 #include <json/writer.h>
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "common/Log.h"
@@ -45,7 +46,8 @@ void Policy::Clear() {
 }
 
 void Policy::DeleteValue(const std::string& key) {
-  if (!isNull()) json.removeMember(key);
+  // By both its ends: by its text alone, a key would end at a zero inside it, and another member would go.
+  if (!isNull()) json.removeMember(key.data(), key.data() + key.size(), nullptr);
 }
 
 void Policy::SetStringValue(const std::string& key, const std::string& value) {
@@ -104,9 +106,10 @@ Policy ParseJsonString(const std::string& text) {
     // A parser that fails leaves what it had read by then: none of it may be taken for a policy.
     if (reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return Policy(value);
   } catch (const Json::Exception& exception) {
-    // It throws where values are nested too deep. A want of memory says nothing about the text and goes to the caller:
-    // what is stored must not be taken for damaged by it.
+    // It throws where values are nested too deep, and, without a type for it, for want of memory. That says nothing
+    // about the text and goes to the caller: what is stored must not be taken for damaged by it.
     errors = exception.what();
+    if (errors.find("Failed to allocate") != std::string::npos) throw std::bad_alloc();
   }
   LOG_ERROR("Failed to parse: ", errors);
   return {};

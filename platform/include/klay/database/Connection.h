@@ -19,8 +19,8 @@ class __attribute__((visibility("default"))) Connection {
   ///
   /// @param path   the file.
   /// @param flags  SQLite's open flags, such as SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE.
-  /// @param check  whether the file is checked first (SQLite's `quick_check`). A file that is no database or does not
-  ///               pass is renamed to `<path>.damaged` (an earlier one is replaced), its journal along with it, and
+  /// @param check  whether the file is checked first (SQLite's `integrity_check`). A file that is no database or does
+  ///               not pass is renamed to `<path>.damaged` (an earlier one is replaced), its journal along with it, and
   ///               the constructor throws: the evidence stays and the next opening starts clean. A file that merely
   ///               cannot be opened or read stays where it is.
   /// @throws klay::Exception with SQLite's text; nothing stays open.
