@@ -1,19 +1,18 @@
 #include "support/StoredState.h"
 
-#include <fcntl.h>
 #include <json/reader.h>
 #include <json/writer.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <ctime>
-#include <filesystem>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+
+#include "support/WaitUntil.h"
 
 namespace zav::test {
 namespace {
@@ -126,18 +125,14 @@ policy::Policy& StorageOf(pyx::State& state) {
   return state.*StorageMember();
 }
 
-HeldSave::HeldSave() {
-  std::filesystem::remove(kBackup);
-  if (mkfifo(kBackup.c_str(), 0600) != 0) throw std::runtime_error("cannot make a pipe");
-}
+HeldSave::HeldSave()
+    : rename(Call::kRename, [this](const CallArguments&) -> std::optional<long> {
+        WaitUntil([this] { return released.load(); });
+        return std::nullopt;
+      }) {}
 
 HeldSave::~HeldSave() {
-  std::filesystem::remove(kBackup);
-  if (reader != -1) close(reader);
-}
-
-void HeldSave::Release() {
-  reader = open(kBackup.c_str(), O_RDWR | O_CLOEXEC);
+  Release();
 }
 
 UnlockableState::UnlockableState(pyx::State& of) : state(of) {

@@ -3,6 +3,7 @@
 #include <json/value.h>
 #include <json/writer.h>
 
+#include <atomic>
 #include <map>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "pyx/State.h"
 #include "support/Device.h"
 #include "support/LogRecorder.h"
+#include "support/SystemCalls.h"
 
 /// What the tests of the feature's state start from and look at: the stored policies, whole and as JSON values, faults
 /// of the database, and the lock of the state.
@@ -69,7 +71,7 @@ inline Json::Value InMemory(pyx::State& state) {
   return text.empty() ? Json::Value() : Parsed(text);
 }
 
-/// While it lives, every save stops at its end, after the row was written: the backup is a pipe that nobody reads.
+/// While it lives, every save stops at its end, after the row was written: where the backup is put into its place.
 class HeldSave {
  public:
   HeldSave();
@@ -78,10 +80,11 @@ class HeldSave {
   HeldSave& operator=(const HeldSave&) = delete;
 
   /// Lets saves end.
-  void Release();
+  void Release() { released = true; }
 
  private:
-  int reader = -1;
+  std::atomic<bool> released{false};
+  CallHook rename;
 };
 
 /// While it lives, nobody can lock the state, the calling thread neither: locking fails with EAGAIN.

@@ -92,6 +92,7 @@ int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) INTERPO
 int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
     INTERPOSED(pthread_create);
 ssize_t Recv(int fd, void* data, size_t size, int flags) INTERPOSED(recv);
+int Rename(const char* from, const char* to) INTERPOSED(rename);
 int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout) INTERPOSED(select);
 ssize_t Send(int fd, const void* data, size_t size, int flags) INTERPOSED(send);
 int Shutdown(int fd, int how) INTERPOSED(shutdown);
@@ -115,6 +116,7 @@ struct Functions {
   decltype(PollDescriptors)* poll = Find<decltype(PollDescriptors)>("poll");
   decltype(PthreadCreate)* pthread_create = Find<decltype(PthreadCreate)>("pthread_create");
   decltype(Recv)* recv = Find<decltype(Recv)>("recv");
+  decltype(Rename)* rename = Find<decltype(Rename)>("rename");
   decltype(Select)* select = Find<decltype(Select)>("select");
   decltype(Send)* send = Find<decltype(Send)>("send");
   decltype(Shutdown)* shutdown = Find<decltype(Shutdown)>("shutdown");
@@ -197,6 +199,13 @@ int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*b
 ssize_t Recv(int fd, void* data, size_t size, int flags) {
   const auto result = Ask(Call::kRecv, Bytes(fd, size, flags));
   return result ? *result : Next().recv(fd, data, size, flags);
+}
+
+int Rename(const char* from, const char* to) {
+  CallArguments arguments;
+  arguments.data = const_cast<char*>(to);
+  const auto result = Ask(Call::kRename, arguments);
+  return result ? static_cast<int>(*result) : Next().rename(from, to);
 }
 
 int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout) {

@@ -19,6 +19,7 @@ enum class Call {
   kPoll,
   kPthreadCreate,
   kRecv,
+  kRename,
   kSelect,
   kSend,
   kShutdown,
@@ -34,7 +35,8 @@ struct CallArguments {
   int flags = 0;
   /// The time to wait; nothing when it waits without a time-out.
   std::optional<std::chrono::nanoseconds> time;
-  /// The fd_set of select; where nanosleep puts the time that is left; the address of bind; the path of mkdir.
+  /// The fd_set of select; where nanosleep puts the time that is left; the address of bind; the path of mkdir; the new
+  /// path of rename.
   void* data = nullptr;
 };
 

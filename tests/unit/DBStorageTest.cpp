@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <climits>
 #include <csignal>
@@ -679,6 +680,42 @@ TEST_F(RestoringTheBackup, RemovesTheJournalOfTheOldDatabaseFirst) {
   EXPECT_THAT(LogRecorder::Lines(),
               ElementsAreArray(Lines{Deleted(kDatabase)} + Copied(kBackup, kDatabase) + Lines{DirectoryThere()}));
   EXPECT_EQ(Read("a"), "new");
+}
+
+TEST_F(RestoringTheBackup, OutOfAPipeFailsWithoutWaiting) {
+  OpenWithRow("a", "1");
+  fs::remove(kBackup);
+  ASSERT_EQ(mkfifo(kBackup.c_str(), 0600), 0);
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  EXPECT_EQ(Read("a"), "1");
+}
+
+TEST_F(TheBackup, ThatIsAPipeIsAWarningAndTheWriteASuccess) {
+  OpenWithRow("a", "1");
+  fs::remove(kBackup);
+  ASSERT_EQ(mkfifo(kBackup.c_str(), 0600), 0);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), 0);
+  EXPECT_EQ(LogRecorder::Count("could not replace dst: " + kBackup + " by src: " + kDatabase), 1);
+  EXPECT_EQ(Read("a"), "2");
+}
+
+TEST_F(ADatabase, WaitsForNoPipeInTheJournalsPlace) {
+  OpenWithRow("a", "1");
+  fs::remove(kJournal);
+  ASSERT_EQ(mkfifo(kJournal.c_str(), 0600), 0);
+  EXPECT_EQ(Read("a"), "1");
+  fs::remove(kJournal);
+  ASSERT_EQ(mkfifo(kJournal.c_str(), 0600), 0);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), 0);
+  EXPECT_EQ(Read("a"), "2");
+  fs::remove(kJournal);
+  ASSERT_EQ(mkfifo(kJournal.c_str(), 0600), 0);
+  storage.Reset();
+  EXPECT_EQ(Read("a"), "2");
+  fs::remove(kJournal);
+  ASSERT_EQ(mkfifo(kJournal.c_str(), 0600), 0);
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(Read("a"), "2");
 }
 
 TEST_F(RestoringTheBackup, ThatIsDamagedIsASuccessThatLeavesTheDatabaseClosed) {

@@ -406,6 +406,83 @@ TEST_F(ReplacingAFile, WhereNoOtherCanBeMadeWritesTheOneThatIsThere) {
   EXPECT_EQ(ReadFile(inside), "new");
 }
 
+TEST_F(ReplacingAFile, ByOneThatCannotBeReadLeavesItAsItWas) {
+  WriteFile(src, "new");
+  fs::permissions(src, fs::perms::none);
+  fs::create_directory(scratch + "/closed");
+  const std::string inside = scratch + "/closed/dst";
+  WriteFile(inside, "old");
+  fs::permissions(inside, fs::perms(0666));
+  {
+    const WithoutPrivilege plain;
+    EXPECT_EQ(helper.replaceFile(src, inside), -1);
+  }
+  EXPECT_EQ(LogRecorder::Count("could not open src: " + src), 1);
+  EXPECT_EQ(ReadFile(inside), "old");
+}
+
+TEST_F(ReplacingAFile, ThatIsAPipeOrADeviceFailsWithoutWaiting) {
+  WriteFile(src, "new");
+  ASSERT_EQ(mkfifo(dst.c_str(), 0600), 0);
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  const std::string device = scratch + "/device";
+  fs::create_symlink("/dev/null", device);
+  EXPECT_EQ(helper.replaceFile(src, device), -1);
+  EXPECT_THAT(Lines(), ElementsAre(_, Warning("copyFile", "could not replace dst: " + dst + " by src: " + src), _,
+                                   Warning("copyFile", "could not replace dst: " + device + " by src: " + src)));
+  EXPECT_TRUE(fs::is_fifo(dst));
+}
+
+TEST_F(ReplacingAFile, ByALinkToAPipeFailsWithoutWaiting) {
+  ASSERT_EQ(mkfifo((scratch + "/pipe").c_str(), 0600), 0);
+  fs::create_symlink(scratch + "/pipe", src);
+  WriteFile(dst, "old");
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  EXPECT_EQ(ReadFile(dst), "old");
+}
+
+// ---- pipes and devices in a file's place
+
+TEST_F(AFileHelper, ReadsAndSyncsNoPipeAndNoDevice) {
+  ASSERT_EQ(mkfifo(src.c_str(), 0600), 0);
+  fs::create_symlink("/dev/null", dst);
+  for (const std::string& path : {src, dst}) {
+    EXPECT_TRUE(helper.isPipeOrDevice(path));
+    EXPECT_FALSE(helper.fileReadable(path));
+    EXPECT_FALSE(helper.sameContent(path, path));
+    EXPECT_FALSE(helper.syncFile(path));
+  }
+}
+
+TEST_F(AFileHelper, TakesNeitherFilesNorDirectoriesForPipes) {
+  WriteFile(src, "");
+  fs::create_directory(dst);
+  for (const std::string& path : {src, dst, scratch + "/missing"}) {
+    EXPECT_FALSE(helper.isPipeOrDevice(path));
+    helper.discardPipeOrDevice(path);
+  }
+  EXPECT_TRUE(FileExists(src));
+  EXPECT_TRUE(FileExists(dst));
+}
+
+TEST_F(AFileHelper, DiscardsAPipeAndALinkToADevice) {
+  ASSERT_EQ(mkfifo(src.c_str(), 0600), 0);
+  fs::create_symlink("/dev/null", dst);
+  helper.discardPipeOrDevice(src);
+  helper.discardPipeOrDevice(dst);
+  EXPECT_FALSE(FileExists(src));
+  EXPECT_FALSE(fs::is_symlink(dst));
+  EXPECT_TRUE(FileExists("/dev/null"));
+  EXPECT_THAT(Lines(), IsEmpty());
+}
+
+TEST_F(AFileHelper, TakesAPipeInItsPlaceForAMark) {
+  ASSERT_EQ(mkfifo(dst.c_str(), 0600), 0);
+  EXPECT_TRUE(helper.makeMark(dst));
+  EXPECT_TRUE(helper.removeMark(dst));
+  EXPECT_FALSE(FileExists(dst));
+}
+
 // ---- deleteFile, discardFile
 
 TEST_F(DeletingAFile, RemovesItAndSaysSo) {

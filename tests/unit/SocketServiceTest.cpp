@@ -319,6 +319,17 @@ TEST_F(AListener, HasNothingToRetireWithoutADescriptor) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST_F(AListener, WhoseFileWasLeftBehindRemovesItWhenItIsRetired) {
+  ASSERT_TRUE(socket.listen());
+  std::filesystem::rename(kSocketFile, kRunDirectory + "/left");
+  socket.retire();
+  std::filesystem::rename(kRunDirectory + "/left", kSocketFile);
+  socket.retire();
+  EXPECT_FALSE(FileExists(kSocketFile));
+  EXPECT_TRUE(socket.listen());
+  EXPECT_TRUE(CanConnect());
+}
+
 // accept
 
 TEST_F(AListener, AcceptsAClientClosedOnExec) {

@@ -1,6 +1,7 @@
 #include "common/Storage.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -52,6 +53,18 @@ TEST_F(TheDefaultPolicyFile, ThatIsADirectoryFailsToBeRead) {
   EXPECT_EQ(ReadFromStorage(), "");
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(PluginLine(kError, "Storage.cpp", "ReadFromStorage",
                                                            "Failed to read policy.json from storage.")));
+}
+
+TEST_F(TheDefaultPolicyFile, ThatIsAPipeOrADeviceFailsToBeRead) {
+  // Opened, the pipe would wait for a writer; read, the device would never end.
+  ASSERT_EQ(mkfifo(kDefaultPolicy.c_str(), 0600), 0);
+  EXPECT_EQ(ReadFromStorage(), "");
+  std::filesystem::remove(kDefaultPolicy);
+  std::filesystem::create_symlink("/dev/zero", kDefaultPolicy);
+  EXPECT_EQ(ReadFromStorage(), "");
+  const auto failed =
+      PluginLine(kError, "Storage.cpp", "ReadFromStorage", "Failed to read policy.json from storage.");
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(failed, failed));
 }
 
 TEST_F(TheDefaultPolicyFile, ThatGivesAnErrorWhenItIsReadIsAFailure) {

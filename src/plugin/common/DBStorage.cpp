@@ -46,6 +46,7 @@ using klay::database::Statement;
 /// Whether the database is whole and holds anything.
 bool HoldsRows() {
   try {
+    FileHelper().discardPipeOrDevice(kJournal);
     const Connection database(kDatabase, kOpenExisting, !kCheckAtOpening);
     Statement check(database, "PRAGMA integrity_check(1)");
     if (!check.step() || check.getColumn(0).getText() != "ok") return false;
@@ -77,6 +78,8 @@ int DBStorage::Guarded(const char* function, const char* unknownFailure, Work wo
     return kStorageFailure;
   }
   try {
+    // The engine would open a pipe of that name, and wait.
+    FileHelper().discardPipeOrDevice(kJournal);
     return work();
   } catch (const klay::Exception& exception) {
     return report(exception.what());
@@ -97,6 +100,7 @@ void DBStorage::InitHandler() {
   const bool mayBeSetAside = files.fileExist(kDatabase) && files.fileExist(kBackup);
   if (mayBeSetAside) files.makeMark(kOpening);
   try {
+    files.discardPipeOrDevice(kJournal);
     handler.reset(new (std::nothrow) Connection(kDatabase, kOpenFlags, kCheckAtOpening));
   } catch (const klay::Exception& exception) {
     LOG_ERROR("Failed to initialize handler: ", exception.what());

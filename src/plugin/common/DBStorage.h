@@ -52,8 +52,8 @@ class DBStorage {
   /// Puts the backup in the database's place: closes and deletes the database, copies the backup over it, opens it.
   ///
   /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the database file
-  ///         is then gone and the connection closed, unless the backup is there but cannot be read, or the database is sound
-  ///         and holds what the backup lacks; it is left in place then, and open.
+  ///         is then gone and the connection closed, unless the backup is there but cannot be read, or the database is
+  ///         sound and holds what the backup lacks; it is left in place then, and open.
   int RestoreBackup();
 
   /// Makes sure that the table of every component exists.

@@ -21,6 +21,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kMarkMode = 0666;
 constexpr size_t kReadSize = 4096;
 // A directory always lists "." and "..", so a third entry is content.
 constexpr int kEntriesOfAnEmptyDirectory = 2;
@@ -38,6 +39,13 @@ bool IsFileOrLink(mode_t mode) {
 bool Exists(const std::string& path) {
   struct stat info {};
   return lstat(path.c_str(), &info) == 0;
+}
+
+/// Whether a path leads to what may not be opened as a file: a pipe would wait for its other end, and a device may have
+/// no end.
+bool IsPipeOrDevice(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
 }
 
 /// Whether `path` is a directory, itself and not by a link. @return 0, or -1 with a warning from `site`.
@@ -168,8 +176,13 @@ int Copy(const std::string& src, const std::string& dst, Way way) {
   if (!IsFileOrLink(info.st_mode)) return Fail(COPY_SITE, "src: ", src, " is not a file or link");
   LogLine(Priority::kDebug, COPY_SITE, "file: ", src, " size is ", info.st_size, " bytes");
 
+  if (way == Way::kInOneStep && (IsPipeOrDevice(src) || IsPipeOrDevice(dst))) {
+    return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
+  }
   std::ifstream from(src, std::ios::in);
-  const bool oneStep = way == Way::kInOneStep && from.is_open() && IsReplaceable(dst);
+  // What cannot be read does not cost the destination its content.
+  if (way == Way::kInOneStep && !from.is_open()) return Fail(COPY_SITE, "could not open src: ", src);
+  const bool oneStep = way == Way::kInOneStep && IsReplaceable(dst);
   const Beside beside = oneStep ? WriteBeside(from, src, dst) : Beside::kNotPossible;
   if (beside != Beside::kDone) {
     if (oneStep && !IsToBeOverwritten(beside, src, dst)) {
@@ -206,11 +219,20 @@ void FileHelper::discardFile(const std::string& path) {
   unlink(path.c_str());
 }
 
+void FileHelper::discardPipeOrDevice(const std::string& path) {
+  if (IsPipeOrDevice(path)) unlink(path.c_str());
+}
+
+bool FileHelper::isPipeOrDevice(const std::string& path) {
+  return IsPipeOrDevice(path);
+}
+
 bool FileHelper::fileExist(const std::string& path) {
   return Exists(path);
 }
 
 bool FileHelper::fileReadable(const std::string& path) {
+  if (IsPipeOrDevice(path)) return false;
   std::ifstream file(path, std::ios::in);
   std::array<char, kReadSize> chunk;
   while (file.read(chunk.data(), chunk.size())) {
@@ -219,6 +241,7 @@ bool FileHelper::fileReadable(const std::string& path) {
 }
 
 bool FileHelper::sameContent(const std::string& path, const std::string& other) {
+  if (IsPipeOrDevice(path) || IsPipeOrDevice(other)) return false;
   std::ifstream one(path, std::ios::in);
   std::ifstream two(other, std::ios::in);
   std::array<char, kReadSize> chunk;
@@ -233,7 +256,9 @@ bool FileHelper::sameContent(const std::string& path, const std::string& other) 
 }
 
 bool FileHelper::makeMark(const std::string& path) {
-  return std::ofstream(path, std::ios::out).is_open() && SyncDirectoryOf(path);
+  const Descriptor mark(open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, kMarkMode));
+  // A pipe that nobody reads marks as well as a file, and is not waited for.
+  return (mark.get() != -1 || errno == ENXIO) && SyncDirectoryOf(path);
 }
 
 bool FileHelper::removeMark(const std::string& path) {
@@ -241,7 +266,7 @@ bool FileHelper::removeMark(const std::string& path) {
 }
 
 bool FileHelper::syncFile(const std::string& path) {
-  return Sync(path, O_RDONLY) && SyncDirectoryOf(path);
+  return !IsPipeOrDevice(path) && Sync(path, O_RDONLY) && SyncDirectoryOf(path);
 }
 
 int FileHelper::createDirectory(const std::string& path) {

@@ -46,8 +46,8 @@ class FileHelper : public IFileHelper {
   int copyFile(const std::string& src, const std::string& dst);
 
   /// The same in one step, where `dst` is a regular file or missing: whenever the process ends, it holds the old
-  /// content or the new one. The copy is written to `dst` + ".new", whatever that was; where there is no room for it
-  /// but enough in the place of the old content, that is overwritten after all.
+  /// content or the new one. Fails where either is a pipe or a device. The copy is written to `dst` + ".new", whatever
+  /// that was; where there is no room for it but enough in the place of the old content, that is overwritten after all.
   int replaceFile(const std::string& src, const std::string& dst);
 
   /// Removes a file or an empty directory. @return 0 or -1, logged either way.
@@ -57,9 +57,13 @@ class FileHelper : public IFileHelper {
 
   /// Removes a file if there is one.
   void discardFile(const std::string& path);
+  /// Removes a pipe, a device or a socket, or a link to one, that has a file's name.
+  void discardPipeOrDevice(const std::string& path);
+  /// Whether it is one of those: opening a pipe waits for its other end, and a device may have no end.
+  bool isPipeOrDevice(const std::string& path);
   /// Whether there is anything of that name. A symbolic link is not followed.
   bool fileExist(const std::string& path);
-  /// Whether a file can be read to its end.
+  /// Whether a file can be read to its end; a pipe, a device or a socket cannot.
   bool fileReadable(const std::string& path);
   /// Whether two files can be read and hold the same bytes.
   bool sameContent(const std::string& path, const std::string& other);

@@ -3,20 +3,26 @@
 #include <exception>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
+#include <string_view>
 
+#include "common/FileHelper.h"
 #include "common/Log.h"
 
 namespace zav::common {
 namespace {
 
-const std::string storagePath = std::string("/opt/data/dpm/dplugins") + "/zav-pyx-plugin";
-const std::string POLICY_ALIAS = "policy.json";
+// No objects that need memory: where there is none, the load of the library would end the process.
+constexpr std::string_view storagePath = "/opt/data/dpm/dplugins/zav-pyx-plugin";
+constexpr std::string_view POLICY_ALIAS = "policy.json";
 
 }  // namespace
 
 std::string ReadFromStorage() {
   try {
-    std::ifstream file(storagePath + "/" + POLICY_ALIAS, std::ios::in | std::ios::binary);
+    const std::string path = std::string(storagePath).append("/").append(POLICY_ALIAS);
+    if (FileHelper().isPipeOrDevice(path)) throw std::runtime_error(path);
+    std::ifstream file(path, std::ios::in | std::ios::binary);
     // The buffer is read without the stream around it: a stream would keep a read error to itself.
     if (!file.is_open()) return {};
     return {std::istreambuf_iterator<char>(file.rdbuf()), std::istreambuf_iterator<char>()};

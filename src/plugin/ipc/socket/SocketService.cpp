@@ -61,8 +61,10 @@ bool SocketService::isSpent() const {
 }
 
 void SocketService::retire() {
-  if (!isSpent()) return;
+  // Also without a spent descriptor: where the file could not be removed when its descriptor went, every bind from then
+  // on would find it. Nobody listens there now.
   unlink(address.sun_path);
+  if (!isSpent()) return;
   close(fd);
   fd = -1;
   fillAddress();
