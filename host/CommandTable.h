@@ -25,7 +25,7 @@ namespace host {
 class CommandTable {
  public:
   /// The longest line in bytes.
-  static constexpr size_t kMaxLine = 1024 * 1024;
+  static constexpr size_t kMaxLine = size_t{1024} * 1024;
 
   /// @param source  where the provider comes from; it must outlive the table.
   explicit CommandTable(ProviderSource& source);

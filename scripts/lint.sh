@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 mapfile -t sources < <(git ls-files '*.cpp')
 mapfile -t all < <(git ls-files '*.cpp' '*.h')
 clang-format --dry-run --Werror "${all[@]}"
-# clang does not know this flag of g++.
+# clang knows neither these flags of g++ nor its precompiled headers.
 mkdir -p build/lint
-sed 's/ -fno-gnu-unique//' build/release/compile_commands.json >build/lint/compile_commands.json
+sed -E 's/ (-fno-gnu-unique|-Wno-restrict|-Wno-stringop-overflow|-Wformat=2|-Winvalid-pch|-include [^ ]*cmake_pch\.hxx)//g' \
+  build/release/compile_commands.json >build/lint/compile_commands.json
 printf '%s\0' "${sources[@]}" | xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet --warnings-as-errors='*' -p build/lint

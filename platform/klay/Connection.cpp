@@ -37,7 +37,7 @@ std::string Damage(const std::string& path, sqlite3* database) {
   const Prepared statement(raw, sqlite3_finalize);
   if (result == SQLITE_OK) result = sqlite3_step(raw);
   if (result == SQLITE_ROW) {
-    const std::string finding = Column(raw, 0).getText();
+    std::string finding = Column(raw, 0).getText();
     if (finding != "ok") return finding;
     return IsCutShort(path, database) ? "the file ends within a page" : "";
   }

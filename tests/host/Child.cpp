@@ -133,7 +133,7 @@ std::string Child::ReadUntil(const std::string& text) {
       return {};
     }
   }
-  const std::string before = buffer.substr(0, end);
+  std::string before = buffer.substr(0, end);
   buffer.erase(0, end + text.size());
   return before;
 }

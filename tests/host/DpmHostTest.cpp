@@ -15,7 +15,6 @@ namespace {
 
 using zav::test::TemporaryDirectory;
 
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;

@@ -1,4 +1,10 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <iterator>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "Library.h"
 #include "support/Device.h"

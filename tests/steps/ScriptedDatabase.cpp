@@ -114,6 +114,7 @@ std::string Statement::getErrorMessage() const {
 Column::Column(sqlite3_stmt* row, int position) : statement(row), index(position) {}
 
 std::string Column::getText() const {
+  static_cast<void>(statement);
   Call("column", std::to_string(index));
   return ScriptedDatabase::Instance().rows.at(nextRow - 1);
 }

@@ -15,9 +15,8 @@ namespace {
 template <class... Arguments>
 int Call(const std::string& operation, const Arguments&... arguments) {
   ScriptedStorage& script = ScriptedStorage::Instance();
-  std::string call = operation;
-  ((call += " " + std::string(arguments)), ...);
-  script.calls.push_back(call);
+  std::string& call = script.calls.emplace_back(operation);
+  (call.append(" ").append(arguments), ...);
   auto& results = script.results[operation];
   if (results.empty()) return 0;
   const int result = results.front();

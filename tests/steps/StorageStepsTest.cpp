@@ -13,8 +13,6 @@ using common::PYXPlugin;
 using testing::_;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 using testing::Not;
 using Failure = ScriptedDatabase::Failure;
 

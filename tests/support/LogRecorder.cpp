@@ -26,7 +26,7 @@ Record& TheRecord() {
   return record;
 }
 
-std::string Format(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string Format(const char* format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   const int length = vsnprintf(nullptr, 0, format, again);

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-/// The calls of `malloc` and `calloc` that the product's own objects make (not those within libraries), as the calling thread sees
-/// them.
+/// The calls of `malloc` and `calloc` that the product's own objects make (not those within libraries), as the calling
+/// thread sees them.
 namespace zav::test {
 
 class MallocWatch {

@@ -29,7 +29,8 @@ void StoreHugeLog() {
   const std::string stamp = std::to_string(time(nullptr));
   std::string rows;
   for (int index = 0; index < 10; ++index) {
-    rows += ",\"" + std::to_string(index) + "\":{\"url\":\"" + url + "\",\"threat\":\"t\",\"timestamp\":" + stamp + "}";
+    rows.append(",\"").append(std::to_string(index)).append("\":{\"url\":\"").append(url);
+    rows.append("\",\"threat\":\"t\",\"timestamp\":").append(stamp).append("}");
   }
   // All three policies, and the backup: a row that is missing would be looked for in the backup, put in the place of
   // all.

@@ -91,7 +91,13 @@ WithoutPrivilege::WithoutPrivilege() {
 }
 
 WithoutPrivilege::~WithoutPrivilege() {
-  SetEffectiveCapabilities(previous);
+  try {
+    SetEffectiveCapabilities(previous);
+  } catch (const std::exception& failure) {
+    // What came next would run without the rights it needs.
+    std::fprintf(stderr, "%s\n", failure.what());
+    std::abort();
+  }
 }
 
 DescriptorLimit::DescriptorLimit(unsigned more) {

@@ -80,6 +80,7 @@ int EnterDeviceRoot(char** arguments) {
                                  ZAV_BUILD_DIRECTORY,  "--",          program};
   for (char** argument = arguments + 1; *argument != nullptr; ++argument) words.emplace_back(*argument);
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (auto& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   execv(pointers[0], pointers.data());
@@ -113,6 +114,7 @@ int main(int count, char** arguments) {
   if (root == nullptr) {
     std::vector<std::string> words = original;
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (auto& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
     return EnterDeviceRoot(pointers.data());

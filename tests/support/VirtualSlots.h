@@ -10,7 +10,7 @@ namespace zav::test {
 template <class Function, class Object>
 Function Slot(const Object* object, size_t index) {
   const void* const* table = nullptr;
-  std::memcpy(&table, object, sizeof(table));
+  std::memcpy(&table, static_cast<const void*>(object), sizeof(table));
   Function function{};
   std::memcpy(&function, table + index, sizeof(function));
   return function;

@@ -24,7 +24,6 @@ namespace {
 
 using plugin::PYXManager;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const std::string kName = "zav-pyx-plugin";
 

@@ -45,7 +45,6 @@ using test::Row;
 using test::StorageOf;
 using test::StoredLog;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::StartsWith;
 
@@ -127,7 +126,7 @@ class ARequest : public testing::Test {
     ServeDescriptor(served);
     EXPECT_EQ(fcntl(served, F_GETFD), -1) << "the connection is open";
     if (client == Client::kCloses) return {};
-    const std::string answer = All(ends[0]);
+    std::string answer = All(ends[0]);
     close(ends[0]);
     return answer;
   }

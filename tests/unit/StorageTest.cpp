@@ -62,8 +62,7 @@ TEST_F(TheDefaultPolicyFile, ThatIsAPipeOrADeviceFailsToBeRead) {
   std::filesystem::remove(kDefaultPolicy);
   std::filesystem::create_symlink("/dev/zero", kDefaultPolicy);
   EXPECT_EQ(ReadFromStorage(), "");
-  const auto failed =
-      PluginLine(kError, "Storage.cpp", "ReadFromStorage", "Failed to read policy.json from storage.");
+  const auto failed = PluginLine(kError, "Storage.cpp", "ReadFromStorage", "Failed to read policy.json from storage.");
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(failed, failed));
 }
 
