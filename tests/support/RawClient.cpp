@@ -28,8 +28,9 @@ int Connect(const std::string& path) {
 
 }  // namespace
 
-RawClient::RawClient(const std::string& path) {
-  if (!WaitUntil([&] { return (fd = Connect(path)) != -1; })) throw std::runtime_error("nobody listens on " + path);
+RawClient::RawClient(const std::string& path, std::chrono::milliseconds deadline) {
+  if (!WaitUntil([&] { return (fd = Connect(path)) != -1; }, deadline))
+    throw std::runtime_error("nobody listens on " + path);
 }
 
 RawClient::~RawClient() {

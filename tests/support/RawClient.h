@@ -14,8 +14,9 @@ namespace zav::test {
 /// A client of the local socket that sends just the bytes it is told to. Every wait has a deadline.
 class RawClient {
  public:
-  /// Connects. @throws std::runtime_error when nobody listens before the deadline.
-  explicit RawClient(const std::string& path = kSocketFile);
+  /// Connects. @throws std::runtime_error when nobody listens before the deadline; one of 0 is for a single attempt.
+  explicit RawClient(const std::string& path = kSocketFile,
+                     std::chrono::milliseconds deadline = std::chrono::seconds(20));
   ~RawClient();
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
