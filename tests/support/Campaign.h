@@ -17,8 +17,11 @@ bool IsLongCampaign();
 /// The ordinary run of a campaign tries one of so many cases: under a sanitizer each takes many times as long.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr int kCasesForOne = 16;
+/// Of cases that differ more from each other.
+inline constexpr int kOddCasesForOne = 4;
 #else
 inline constexpr int kCasesForOne = 1;
+inline constexpr int kOddCasesForOne = 1;
 #endif
 
 /// A generator that begins at ZAV_CAMPAIGN_SEED, else at 1. Prints the seed.

@@ -30,6 +30,10 @@ std::string NameOf(Target target) {
   return names[static_cast<int>(target)];
 }
 
+std::ostream& operator<<(std::ostream& out, Target target) {
+  return out << NameOf(target);
+}
+
 /// What the plug-in made of damaged files.
 struct Tally {
   int tried = 0;

@@ -76,6 +76,10 @@ Files WithNoiseForADatabase(Files files) {
   return files;
 }
 
+std::ostream& operator<<(std::ostream& out, const Moment& moment) {
+  return out << moment.name;
+}
+
 const Moment kMoments[] = {
     {"Report", Untouched, true, false, false, true},
     {"Start", Untouched, true, true, false, false},
