@@ -84,6 +84,17 @@ void SmallDisk::Resize(unsigned size) {
   if (mount("none", path.c_str(), nullptr, MS_REMOUNT, SizeOption(size).c_str()) != 0) Fail("remount of " + path);
 }
 
+FixedFile::FixedFile(const std::string& file) : path(file) {
+  mounted = mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0;
+  if (!mounted && !(errno == EPERM && HasTheMachinesOwnDirectories())) Fail("mount on " + path);
+  constexpr unsigned long kReadOnly = MS_REMOUNT | MS_BIND | MS_RDONLY;
+  if (mounted && mount("none", path.c_str(), nullptr, kReadOnly, nullptr) != 0) Fail("remount of " + path);
+}
+
+FixedFile::~FixedFile() {
+  if (mounted) umount2(path.c_str(), MNT_DETACH);
+}
+
 WithoutPrivilege::WithoutPrivilege() {
   previous = EffectiveCapabilities();
   constexpr std::uint32_t kFileRights = (1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH);

@@ -45,6 +45,22 @@ class SmallDisk {
   bool mounted = false;
 };
 
+/// While it lives, a file can be read, but neither written to nor removed nor replaced.
+class FixedFile {
+ public:
+  explicit FixedFile(const std::string& file);
+  ~FixedFile();
+  FixedFile(const FixedFile&) = delete;
+  FixedFile& operator=(const FixedFile&) = delete;
+
+  /// False only where the test has the machine's own directories and no right to mount on them.
+  bool IsMounted() const { return mounted; }
+
+ private:
+  std::string path;
+  bool mounted = false;
+};
+
 /// While it lives, the thread has no right to files beyond their permission bits, root though it be.
 class WithoutPrivilege {
  public:

@@ -890,6 +890,65 @@ TEST_F(AnInterruptedRestore, ForWantOfRoomIsFinishedWhenThereIsRoom) {
   EXPECT_EQ(value.size(), 50'000u);
 }
 
+TEST_F(AnInterruptedRestore, OfADatabaseThatWasSetAsideForWantOfRoomMakesNoEmptyOne) {
+  OpenWithRow("a", std::string(50'000, 'x'));
+  WriteFile(kDatabase, std::string(8192, 'x'));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit little{20'000, previous.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+  DBStorage first;
+  first.InitHandler();
+  EXPECT_EQ(first.RestoreBackup(), -50);
+  first.Reset();
+  EXPECT_EQ(first.CheckTables(), -50);
+  setrlimit(RLIMIT_FSIZE, &previous);
+  first.Reset();
+  std::string value;
+  EXPECT_EQ(first.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value.size(), 50'000u);
+}
+
+TEST_F(RestoringTheBackup, OverADatabaseThatCannotBeTakenAwayLeavesItToBeRead) {
+  OpenWithRow("a", "1");
+  {
+    const FixedFile fixed(kDatabase);
+    if (!fixed.IsMounted()) GTEST_SKIP() << "no right to mount here";
+    EXPECT_EQ(storage.RestoreBackup(), -50);
+    ExpectClosed();
+    storage.Reset();
+    EXPECT_EQ(Read("a"), "1");
+    EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), -50);
+    DBStorage next;
+    next.InitHandler();
+    EXPECT_EQ(next.CheckTables(), 0);
+  }
+  storage.Reset();
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), 0);
+  EXPECT_EQ(Read("a"), "2");
+}
+
+TEST_F(RestoringTheBackup, ThatCannotBeBroughtToTheDiskIsASuccessThatTheNextWriteEnds) {
+  OpenWithRow("a", "1");
+  // A directory that cannot be opened cannot be synced.
+  fs::permissions(kStorageDirectory, fs::perms(0333));
+  {
+    const WithoutPrivilege plain;
+    EXPECT_EQ(storage.RestoreBackup(), 0);
+    EXPECT_EQ(Read("a"), "1");
+  }
+  fs::permissions(kStorageDirectory, fs::perms(0755));
+  EXPECT_TRUE(FileExists(kRestoring));
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "a", "2"), 0);
+  EXPECT_FALSE(FileExists(kRestoring));
+  DBStorage next;
+  next.InitHandler();
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "2");
+}
+
 // ---- closed
 
 TEST_F(AClosedDatabase, FailsEveryOperationBeforeItIsOpenedAndAfterOpeningFailed) {

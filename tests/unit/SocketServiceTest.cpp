@@ -322,11 +322,22 @@ TEST_F(AListener, HasNothingToRetireWithoutADescriptor) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST_F(AListener, LeavesAFileThatIsNotItsOwnWhereItIs) {
+  WriteFile(kSocketFile, "somebody else's");
+  socket.retire();
+  EXPECT_EQ(ReadFile(kSocketFile), "somebody else's");
+  EXPECT_FALSE(socket.listen());
+}
+
 TEST_F(AListener, WhoseFileWasLeftBehindRemovesItWhenItIsRetired) {
   ASSERT_TRUE(socket.listen());
-  std::filesystem::rename(kSocketFile, kRunDirectory + "/left");
-  socket.retire();
-  std::filesystem::rename(kRunDirectory + "/left", kSocketFile);
+  chmod(kRunDirectory.c_str(), 0555);
+  {
+    const WithoutPrivilege plain;
+    socket.retire();
+  }
+  chmod(kRunDirectory.c_str(), 0755);
+  ASSERT_TRUE(FileExists(kSocketFile));
   socket.retire();
   EXPECT_FALSE(FileExists(kSocketFile));
   EXPECT_TRUE(socket.listen());

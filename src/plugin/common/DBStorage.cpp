@@ -124,7 +124,9 @@ bool DBStorage::FinishRestore() {
     if (!files.fileExist(kDatabase) && files.fileExist(kBackup)) files.makeMark(kRestoring);
     files.removeMark(kOpening);
   }
-  return restoreIsOwed || !files.fileExist(kRestoring) || PlaceBackup() || !files.fileExist(kRestoring);
+  if (restoreIsOwed || !files.fileExist(kRestoring) || PlaceBackup() || !files.fileExist(kRestoring)) return true;
+  // What could be neither deleted nor overwritten is still the database.
+  return HoldsRows();
 }
 
 /// Copies the backup to where the database was. After a failure the restore remains to be finished, unless there is no
@@ -134,8 +136,13 @@ bool DBStorage::PlaceBackup() {
   const bool readable = files.fileReadable(kBackup);
   // A journal that the old file left would be rolled into the new one.
   if (readable) files.discardFile(kJournal);
-  const bool placed = files.replaceFile(kBackup, kDatabase) == 0 && files.syncFile(kDatabase);
-  if (placed || !readable) restoreIsOwed = !files.removeMark(kRestoring);
+  const bool placed = files.replaceFile(kBackup, kDatabase) == 0;
+  if (!readable || (placed && files.syncFile(kDatabase))) {
+    restoreIsOwed = !files.removeMark(kRestoring);
+  } else {
+    // Not yet on the disk, it is when the next row is.
+    restoreIsOwed = placed;
+  }
   if (placed) backup = BackupIs::kComplete;
   return placed;
 }

@@ -91,7 +91,8 @@ class DBStorage {
   bool BackupIsBehind();
 
   std::unique_ptr<klay::database::Connection> handler;
-  /// The database was set aside as damaged, and neither has the backup taken its place yet nor was anything written.
+  /// The mark of a restore is to be left alone until something is written: the database was set aside as damaged and
+  /// the backup has yet to take its place, or it has and may not be on the disk yet.
   bool restoreIsOwed = false;
   /// What is known of the backup since this object wrote or restored it.
   enum class BackupIs : std::uint8_t { kUnknown, kComplete, kBehind };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
 #include "common/ErrorText.h"
 #include "common/Log.h"
@@ -14,9 +15,19 @@ namespace {
 // Not createDirectory's mode: other users must not be able to put files beside the socket.
 constexpr mode_t kRunDirectoryMode = 0755;
 
+/// While the library is being loaded nobody can catch a want of memory, and the daemon would end. Without its path the
+/// service says that it has no directory.
+std::string TextOrNothing(const char* text) {
+  try {
+    return text;
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
+}
+
 }  // namespace
 
-const std::string runPath = "/tmp/zav-pyx-plugin";
+const std::string runPath = TextOrNothing("/tmp/zav-pyx-plugin");
 const std::string dataPath;
 const std::string storagePath;
 

@@ -33,6 +33,8 @@ constexpr milliseconds kPatienceForGood{200};
 constexpr long kFewCalls = 20;
 /// More of one kind say nothing new.
 constexpr long kShownFailures = 10;
+// The first places are all tried: while a library is being loaded there is nobody yet who could catch anything.
+constexpr long kEachOf = 50;
 
 std::string Setting(const char* name) {
   const char* const value = std::getenv(name);
@@ -122,7 +124,7 @@ void Campaign::TryAll(const Plausible& group, size_t errors, long stride) {
   for (size_t index = 0; index < std::min(errors, group.errors.size()); ++index) {
     const int error = group.errors[index];
     if (!IsPossible(error, kind)) continue;
-    for (long first = 1;; first += stride) {
+    for (long first = 1;; first += first < kEachOf ? 1 : stride) {
       const Report& report = Try({group.call, error, first, kind.times}, FaultName(group, error, first));
       // Where the host is gone before it could tell, the fault was met.
       if (report.hits == 0 && !report.isArmed) break;

@@ -61,9 +61,8 @@ bool SocketService::isSpent() const {
 }
 
 void SocketService::retire() {
-  // Also without a spent descriptor: where the file could not be removed when its descriptor went, every bind from then
-  // on would find it. Nobody listens there now.
-  unlink(address.sun_path);
+  // A file that could not be removed when its descriptor went would be found by every bind from then on.
+  if (isSpent() || fileIsLeft) fileIsLeft = unlink(address.sun_path) != 0 && errno != ENOENT;
   if (!isSpent()) return;
   close(fd);
   fd = -1;

@@ -14,8 +14,8 @@ class SocketService : public Socket {
   /// Removes the socket's file.
   ~SocketService() override;
 
-  /// Removes the socket's file, and lets go of a descriptor that cannot listen any more: a second bind on it would
-  /// fail, and Linux refuses every connection to a listener that was ever shut. Silent; one that is still unused stays.
+  /// Lets go of a descriptor that cannot listen any more, and of its file: a second bind on it would fail, and Linux
+  /// refuses every connection to a listener that was ever shut. Silent; one that is still unused stays.
   void retire();
 
   /// Makes the descriptor if there is none, binds it and listens, every user being let in.
@@ -29,6 +29,9 @@ class SocketService : public Socket {
  private:
   bool isSpent() const;
   void admitEveryUser() const;
+
+  /// Whether the file of a descriptor that is gone could not be removed.
+  bool fileIsLeft = false;
 };
 
 }  // namespace zav::ipc
