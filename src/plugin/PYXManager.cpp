@@ -46,6 +46,7 @@ void PYXManager::Start() {
   if (running) return;
   // A thread that ended by itself: no second one is to run by the time that the process ends.
   if (thread.joinable()) std::terminate();
+  common::completePaths();
   if (!service) service = std::make_shared<ipc::Service>();
   service->prepare();
   running = true;

@@ -27,6 +27,12 @@ TEST(TheSharedPaths, AreTheFixedOnes) {
   EXPECT_EQ(common::storagePath, "");
 }
 
+TEST(TheSharedPaths, AreCompletedWhereTheLoadOfTheLibraryFoundNoMemory) {
+  common::runPath.clear();
+  common::completePaths();
+  EXPECT_EQ(common::runPath, "/tmp/zav-pyx-plugin");
+}
+
 class AServiceDirectory : public testing::Test {
  protected:
   ScratchDirectory scratch;

@@ -15,8 +15,9 @@ namespace {
 // Not createDirectory's mode: other users must not be able to put files beside the socket.
 constexpr mode_t kRunDirectoryMode = 0755;
 
-/// While the library is being loaded nobody can catch a want of memory, and the daemon would end. Without its path the
-/// service says that it has no directory.
+constexpr const char* kRunPath = "/tmp/zav-pyx-plugin";
+
+/// While the library is being loaded nobody can catch a want of memory, and the daemon would end.
 std::string TextOrNothing(const char* text) {
   try {
     return text;
@@ -27,9 +28,13 @@ std::string TextOrNothing(const char* text) {
 
 }  // namespace
 
-const std::string runPath = TextOrNothing("/tmp/zav-pyx-plugin");
+std::string runPath = TextOrNothing(kRunPath);
 const std::string dataPath;
 const std::string storagePath;
+
+void completePaths() {
+  if (runPath.empty()) runPath = kRunPath;
+}
 
 bool makeDir(const std::string& path) {
   const int result = mkdir(path.c_str(), kRunDirectoryMode);

@@ -5,11 +5,16 @@
 /// The paths that the plug-in's units share. They are fixed: nothing overrides them.
 namespace zav::common {
 
-/// The run directory; the local socket stands in it. Empty only where the load of the library found no memory for it.
-extern const std::string runPath;
+/// The run directory; the local socket stands in it. Empty only where the load of the library found no memory for it, and
+/// until `completePaths`; else never changed.
+extern std::string runPath;
 /// Empty; kept for units that ask for them.
 extern const std::string dataPath;
 extern const std::string storagePath;
+
+/// Sets what the load of the library found no memory for. To be called before there are other threads of the plug-in.
+/// @throws std::bad_alloc
+void completePaths();
 
 /// Makes one directory, mode 0755 less the process's mask, for the service.
 ///

@@ -21,7 +21,7 @@ void initSockAddr(sockaddr_un& addr, unsigned int& length) {
   static bool sockAddrInited = false;
 
   if (!sockAddrInited) {
-    if (common::runPath.empty() || socketName.size() > kMaxPathSize) return;
+    if (socketName.size() > kMaxPathSize) return;
     staticSocketAddress.sun_family = AF_UNIX;
     std::memcpy(staticSocketAddress.sun_path, socketName.c_str(), socketName.size() + 1);
     sockAddrInited = true;
