@@ -12,18 +12,22 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-fno-gnu-unique)
 endif()
 
-add_link_options(-Wl,--no-undefined -Wl,-z,relro,-z,now)
+add_link_options(-Wl,-z,relro,-z,now)
 
 # With these a single name selects the instrumentation in a preset; the flags stand here once.
 set(ZAV_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
-option(ZAV_COVERAGE "Build for line and branch coverage" OFF)
+option(ZAV_COVERAGE "Build the plug-in for line and branch coverage" OFF)
 if(ZAV_SANITIZE)
   add_compile_options("-fsanitize=${ZAV_SANITIZE}" -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options("-fsanitize=${ZAV_SANITIZE}")
 else()
   add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 endif()
+# clang's sanitizers stand in the program alone: a library leaves their names undefined.
+if(NOT ZAV_SANITIZE OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_link_options(-Wl,--no-undefined)
+endif()
 if(ZAV_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
+  # What is counted is the plug-in (see src/plugin/CMakeLists.txt); who links its objects needs the library for it.
   add_link_options(--coverage)
 endif()

@@ -3,19 +3,20 @@
 readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev sqlite3 libgtest-dev libgmock-dev
                    libcli11-dev libedit-dev)
 
+# missing_packages [EXTRA...]
 missing_packages() {
   local package
-  for package in "${packages[@]}"; do
+  for package in "${packages[@]}" "$@"; do
     [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed* ]] || echo "$package"
   done
 }
 
-# Installs what is missing; asks nothing of a machine that has everything. Without the right or the network for it the
-# command ends.
+# install_packages [EXTRA...]: installs what is missing of them; asks nothing of a machine that has everything. Without
+# the right or the network for it the command ends.
 install_packages() {
-  [[ -n $(command -v dpkg-query) ]] || die "this is no Debian; install the equivalents of: ${packages[*]}"
+  [[ -n $(command -v dpkg-query) ]] || die "this is no Debian; install the equivalents of: ${packages[*]} $*"
   local missing become=()
-  mapfile -t missing < <(missing_packages)
+  mapfile -t missing < <(missing_packages "$@")
   ((${#missing[@]} > 0)) || return 0
 
   local by_hand="apt-get install ${missing[*]}"

@@ -97,6 +97,14 @@ TEST_F(ThePackages, AreInstalledByRoot) {
   EXPECT_THAT(Calls(), AllOf(HasSubstr("update\n"), EndsWith("--no-install-recommends cmake libedit-dev\n")));
 }
 
+TEST_F(ThePackages, OfOnePresetAreInstalledOnlyWhereTheyAreAskedFor) {
+  Lack("gcovr");
+  BeUser(0);
+  EXPECT_THAT(Install().output, IsEmpty());
+  EXPECT_EQ(Run("packages coverage", "install_packages \"${coverage_packages[@]}\"").output,
+            "project: installing gcovr\n");
+}
+
 TEST_F(ThePackages, AreInstalledAlsoWhenTheListsCannotBeFetched) {
   Lack("cmake");
   BeUser(0);

@@ -73,7 +73,8 @@ Connection::~Connection() {
 }
 
 Statement::Statement(const Connection& connection, const std::string& sql) : database(connection.handle()) {
-  nextRow = 0;
+  const ScriptedDatabase& script = ScriptedDatabase::Instance();
+  nextRow = sql.starts_with("SELECT 1 ") && script.tableIsEmpty ? script.rows.size() : 0;
   Call("prepare", sql);
 }
 

@@ -25,6 +25,8 @@ struct ScriptedDatabase {
 
   /// The rows that a statement gives, each of one column.
   std::vector<std::string> rows;
+  /// Whether a look for any row of a table finds one.
+  bool tableIsEmpty = true;
   int columns = 1;
   int changed = 1;
   std::string errorMessage = "message";

@@ -1,8 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <cerrno>
+#include <new>
+#include <optional>
+
 #include "common/DBStorage.h"
 #include "steps/ScriptedDatabase.h"
 #include "support/Device.h"
+#include "support/SystemCalls.h"
 
 namespace zav::test {
 namespace {
@@ -94,6 +99,14 @@ TEST_F(TheStepsOf, RestoringTheBackupSucceedThoughTheDatabaseCannotBeOpened) {
   EXPECT_EQ(storage.CheckTables(), -50);
 }
 
+TEST_F(TheStepsOf, RestoringTheBackupSucceedAndAreOwedWhenItDoesNotComeToTheDisk) {
+  WriteFile(kBackup, "backup");
+  Open();
+  const CallHook hook(Call::kFsync, Fail(EIO));
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_TRUE(FileExists(kDatabase + ".restoring"));
+}
+
 TEST_F(TheStepsOf, EndingTheStorageCloseOnce) {
   {
     DBStorage own;
@@ -124,7 +137,9 @@ TEST_F(TheStepsOf, CheckingTheTablesEndTheLookBeforeATableIsMade) {
   EXPECT_THAT(LogRecorder::Lines(),
               ElementsAre(DatabaseCall(kTables), DatabaseCall("bind 1 table"), DatabaseCall("step"),
                           DatabaseCall("column 0"), DatabaseCall("step"), DatabaseCall("end"),
-                          DatabaseCall(CreateStatement()), DatabaseCall("exec"), DatabaseCall("end")));
+                          DatabaseCall(CreateStatement()), DatabaseCall("exec"), DatabaseCall("end"),
+                          DatabaseCall("prepare SELECT 1 FROM PYXPlugin LIMIT 1"), DatabaseCall("step"),
+                          DatabaseCall("end")));
 }
 
 TEST_F(TheStepsOf, CheckingTheTablesGoThroughAllRowsAndMakeNoneThatIsThere) {
@@ -208,6 +223,54 @@ TEST_F(TheStepsOf, AReadWhoseRowHasNotExactlyOneColumnFindNoRow) {
     EXPECT_THAT(LogRecorder::Lines(), ElementsAre(DatabaseCall(kSelect), DatabaseCall("bind 1 name"),
                                                   DatabaseCall("step"), DatabaseCall("end")));
   }
+}
+
+// ---- a backup that lacks what the database holds
+
+class AStaleBackup : public TheStorage {
+ protected:
+  void SetUp() override {
+    TheStorage::SetUp();
+    WriteFile(kBackup, "backup");
+    WriteFile(kBackup + ".stale", "");
+    Open();
+  }
+};
+
+TEST_F(AStaleBackup, DoesNotTakeThePlaceOfADatabaseThatIsSoundAndHoldsRows) {
+  database.rows = {"ok"};
+  database.tableIsEmpty = false;
+  EXPECT_EQ(storage.RestoreBackup(), -50);
+  EXPECT_EQ(ReadFile(kDatabase), "copied as it is");
+}
+
+TEST_F(AStaleBackup, TakesThePlaceOfADatabaseWithoutRows) {
+  database.rows = {"ok"};
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(ReadFile(kDatabase), "backup");
+}
+
+TEST_F(AStaleBackup, TakesThePlaceOfADatabaseThatTheCheckFindsDamaged) {
+  database.rows = {"row 1 missing from index"};
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(ReadFile(kDatabase), "backup");
+}
+
+TEST_F(AStaleBackup, TakesThePlaceOfADatabaseOfWhichTheCheckSaysNothing) {
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(ReadFile(kDatabase), "backup");
+}
+
+// ---- a backup that throws
+
+TEST_F(TheStorage, HasWrittenARowThoughItsBackupThrows) {
+  Open();
+  const CallHook hook(Call::kOpen, [](const CallArguments& call) -> std::optional<long> {
+    if (kBackup + ".new" == static_cast<const char*>(call.data)) throw std::bad_alloc();
+    return std::nullopt;
+  });
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "name", "value"), 0);
+  EXPECT_EQ(LogRecorder::Count("Failed to backup DB"), 1);
 }
 
 // ---- what the library throws

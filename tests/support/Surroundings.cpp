@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -124,6 +125,19 @@ DescriptorLimit::DescriptorLimit(unsigned more) {
 
 DescriptorLimit::~DescriptorLimit() {
   setrlimit(RLIMIT_NOFILE, &previous);
+}
+
+MemoryLimit::MemoryLimit(std::size_t more) {
+  if (getrlimit(RLIMIT_AS, &previous) != 0) Fail("getrlimit");
+  std::size_t pages = 0;
+  if (!(std::ifstream("/proc/self/statm") >> pages)) Fail("/proc/self/statm");
+  rlimit limit = previous;
+  limit.rlim_cur = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + more;
+  if (setrlimit(RLIMIT_AS, &limit) != 0) Fail("setrlimit");
+}
+
+MemoryLimit::~MemoryLimit() {
+  setrlimit(RLIMIT_AS, &previous);
 }
 
 Umask::Umask(mode_t mask) : previous(umask(mask)) {}

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <locale>
 #include <string>
@@ -81,6 +82,18 @@ class DescriptorLimit {
   ~DescriptorLimit();
   DescriptorLimit(const DescriptorLimit&) = delete;
   DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+ private:
+  rlimit previous{};
+};
+
+/// While it lives, the process can have just this many more bytes of memory. No sanitizer works with it.
+class MemoryLimit {
+ public:
+  explicit MemoryLimit(std::size_t more);
+  ~MemoryLimit();
+  MemoryLimit(const MemoryLimit&) = delete;
+  MemoryLimit& operator=(const MemoryLimit&) = delete;
 
  private:
   rlimit previous{};

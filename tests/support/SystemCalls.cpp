@@ -1,10 +1,13 @@
 #include "support/SystemCalls.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <array>
 #include <atomic>
@@ -28,7 +31,7 @@ struct Gate {
 
 /// Never ended: threads call until the very end of the process.
 Gate& GateOf(Call call) {
-  static auto& gates = *new std::array<Gate, static_cast<size_t>(Call::kSocket) + 1>;
+  static auto& gates = *new std::array<Gate, static_cast<size_t>(Call::kStatvfs) + 1>;
   return gates[static_cast<size_t>(call)];
 }
 
@@ -48,6 +51,12 @@ CallArguments Bytes(int fd, size_t size, int flags) {
   arguments.fd = fd;
   arguments.size = size;
   arguments.flags = flags;
+  return arguments;
+}
+
+CallArguments Path(const char* path, size_t size = 0, int flags = 0) {
+  CallArguments arguments = Bytes(-1, size, flags);
+  arguments.data = const_cast<char*>(path);
   return arguments;
 }
 
@@ -85,9 +94,12 @@ int Accept4(int fd, sockaddr* address, socklen_t* length, int flags) INTERPOSED(
 int Bind(int fd, const sockaddr* address, socklen_t length) INTERPOSED(bind);
 int Fcntl(int fd, int command, ...) INTERPOSED(fcntl);
 int Fcntl64(int fd, int command, ...) INTERPOSED(fcntl64);
+int Fsync(int fd) INTERPOSED(fsync);
 int Listen(int fd, int backlog) INTERPOSED(listen);
 int Mkdir(const char* path, mode_t mode) INTERPOSED(mkdir);
 int Nanosleep(const timespec* time, timespec* left) INTERPOSED(nanosleep);
+int Open(const char* path, int flags, ...) INTERPOSED(open);
+int OpenChecked(const char* path, int flags) INTERPOSED(__open_2);
 int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) INTERPOSED(poll);
 int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
     INTERPOSED(pthread_create);
@@ -97,6 +109,8 @@ int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timev
 ssize_t Send(int fd, const void* data, size_t size, int flags) INTERPOSED(send);
 int Shutdown(int fd, int how) INTERPOSED(shutdown);
 int Socket(int domain, int type, int protocol) INTERPOSED(socket);
+int Stat(const char* path, struct stat* info) INTERPOSED(stat);
+int Statvfs(const char* path, struct statvfs* info) INTERPOSED(statvfs);
 
 namespace {
 
@@ -110,9 +124,11 @@ struct Functions {
   decltype(Accept4)* accept4 = Find<decltype(Accept4)>("accept4");
   decltype(Bind)* bind = Find<decltype(Bind)>("bind");
   decltype(Fcntl)* fcntl = Find<decltype(Fcntl)>("fcntl");
+  decltype(Fsync)* fsync = Find<decltype(Fsync)>("fsync");
   decltype(Listen)* listen = Find<decltype(Listen)>("listen");
   decltype(Mkdir)* mkdir = Find<decltype(Mkdir)>("mkdir");
   decltype(Nanosleep)* nanosleep = Find<decltype(Nanosleep)>("nanosleep");
+  decltype(Open)* open = Find<decltype(Open)>("open");
   decltype(PollDescriptors)* poll = Find<decltype(PollDescriptors)>("poll");
   decltype(PthreadCreate)* pthread_create = Find<decltype(PthreadCreate)>("pthread_create");
   decltype(Recv)* recv = Find<decltype(Recv)>("recv");
@@ -121,6 +137,8 @@ struct Functions {
   decltype(Send)* send = Find<decltype(Send)>("send");
   decltype(Shutdown)* shutdown = Find<decltype(Shutdown)>("shutdown");
   decltype(Socket)* socket = Find<decltype(Socket)>("socket");
+  decltype(Stat)* stat = Find<decltype(Stat)>("stat");
+  decltype(Statvfs)* statvfs = Find<decltype(Statvfs)>("statvfs");
 };
 
 const Functions& Next() {
@@ -163,15 +181,18 @@ int Fcntl64(int fd, int command, ...) {
   return Fcntl(fd, command, argument);
 }
 
+int Fsync(int fd) {
+  const auto result = Ask(Call::kFsync, Bytes(fd, 0, 0));
+  return result ? static_cast<int>(*result) : Next().fsync(fd);
+}
+
 int Listen(int fd, int backlog) {
   const auto result = Ask(Call::kListen, Bytes(fd, static_cast<size_t>(backlog), 0));
   return result ? static_cast<int>(*result) : Next().listen(fd, backlog);
 }
 
 int Mkdir(const char* path, mode_t mode) {
-  CallArguments arguments = Bytes(-1, mode, 0);
-  arguments.data = const_cast<char*>(path);
-  const auto result = Ask(Call::kMkdir, arguments);
+  const auto result = Ask(Call::kMkdir, Path(path, mode));
   return result ? static_cast<int>(*result) : Next().mkdir(path, mode);
 }
 
@@ -181,6 +202,20 @@ int Nanosleep(const timespec* time, timespec* left) {
   arguments.data = left;
   const auto result = Ask(Call::kNanosleep, arguments);
   return result ? static_cast<int>(*result) : Next().nanosleep(time, left);
+}
+
+int Open(const char* path, int flags, ...) {
+  va_list list;
+  va_start(list, flags);
+  const auto mode = va_arg(list, mode_t);
+  va_end(list);
+  const auto result = Ask(Call::kOpen, Path(path, mode, flags));
+  return result ? static_cast<int>(*result) : Next().open(path, flags, mode);
+}
+
+/// What a call without a mode is compiled to where the library checks its flags.
+int OpenChecked(const char* path, int flags) {
+  return Open(path, flags, mode_t{0});
 }
 
 int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) {
@@ -202,9 +237,7 @@ ssize_t Recv(int fd, void* data, size_t size, int flags) {
 }
 
 int Rename(const char* from, const char* to) {
-  CallArguments arguments;
-  arguments.data = const_cast<char*>(to);
-  const auto result = Ask(Call::kRename, arguments);
+  const auto result = Ask(Call::kRename, Path(from));
   return result ? static_cast<int>(*result) : Next().rename(from, to);
 }
 
@@ -231,6 +264,16 @@ int Shutdown(int fd, int how) {
 int Socket(int domain, int type, int protocol) {
   const auto result = Ask(Call::kSocket, Bytes(domain, static_cast<size_t>(protocol), type));
   return result ? static_cast<int>(*result) : Next().socket(domain, type, protocol);
+}
+
+int Stat(const char* path, struct stat* info) {
+  const auto result = Ask(Call::kStat, Path(path));
+  return result ? static_cast<int>(*result) : Next().stat(path, info);
+}
+
+int Statvfs(const char* path, struct statvfs* info) {
+  const auto result = Ask(Call::kStatvfs, Path(path));
+  return result ? static_cast<int>(*result) : Next().statvfs(path, info);
 }
 
 }  // namespace zav::test

@@ -13,9 +13,11 @@ enum class Call {
   kAccept4,
   kBind,
   kFcntl,
+  kFsync,
   kListen,
   kMkdir,
   kNanosleep,
+  kOpen,
   kPoll,
   kPthreadCreate,
   kRecv,
@@ -23,7 +25,9 @@ enum class Call {
   kSelect,
   kSend,
   kShutdown,
-  kSocket
+  kSocket,
+  kStat,
+  kStatvfs
 };
 
 /// What a call was given, as far as it has it.
@@ -35,8 +39,8 @@ struct CallArguments {
   int flags = 0;
   /// The time to wait; nothing when it waits without a time-out.
   std::optional<std::chrono::nanoseconds> time;
-  /// The fd_set of select; where nanosleep puts the time that is left; the address of bind; the path of mkdir; the new
-  /// path of rename.
+  /// The fd_set of select; where nanosleep puts the time that is left; the address of bind; the path of a call that
+  /// has one, the old one of rename.
   void* data = nullptr;
 };
 

@@ -11,14 +11,16 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "support/DeviceRootEntry.h"
+
 namespace {
 
-constexpr const char* kDeviceRootVariable = "DEVICE_ROOT";
+using zav::test::DeviceRoot;
+
 constexpr int kCannotRun = 125;
 
 /// Which tests the filter selects is not to be had from the library before it runs them, but from its list.
@@ -73,32 +75,11 @@ int RunEach(const std::vector<std::string>& tests) {
   return failed.empty() ? 0 : 1;
 }
 
-/// Starts this program anew with a device root of its own; returns only if that fails.
-int EnterDeviceRoot(char** arguments) {
-  std::string program = std::filesystem::read_symlink("/proc/self/exe");
-  std::vector<std::string> words{ZAV_DEVICE_ROOT_TOOL, "--opt-tmpfs", "--tmp-tmpfs", "--keep",
-                                 ZAV_BUILD_DIRECTORY,  "--",          program};
-  for (char** argument = arguments + 1; *argument != nullptr; ++argument) words.emplace_back(*argument);
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (auto& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  execv(pointers[0], pointers.data());
-  std::perror(ZAV_DEVICE_ROOT_TOOL);
-  return kCannotRun;
-}
-
 /// Where there are no namespaces, the tests have the machine's own directories, one test at a time.
 class RealDeviceRoot : public testing::Environment {
  public:
-  void SetUp() override { Clear(); }
-  void TearDown() override { Clear(); }
-
- private:
-  static void Clear() {
-    std::filesystem::remove_all("/opt/data/dpm/dplugins/zav-pyx-plugin");
-    std::filesystem::remove_all("/tmp/zav-pyx-plugin");
-  }
+  void SetUp() override { zav::test::ClearDeviceRoot(); }
+  void TearDown() override { zav::test::ClearDeviceRoot(); }
 };
 
 }  // namespace
@@ -110,15 +91,15 @@ int main(int count, char** arguments) {
 
   if (!IsOneTest(testing::GTEST_FLAG(filter))) return RunEach(SelectedTests());
 
-  const char* root = std::getenv(kDeviceRootVariable);
-  if (root == nullptr) {
+  const DeviceRoot root = zav::test::CurrentDeviceRoot();
+  if (root == DeviceRoot::kNone) {
     std::vector<std::string> words = original;
     std::vector<char*> pointers;
     pointers.reserve(words.size() + 1);
     for (auto& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
-    return EnterDeviceRoot(pointers.data());
+    return zav::test::EnterDeviceRoot(pointers.data(), {ZAV_BUILD_DIRECTORY});
   }
-  if (std::string(root) == "real") testing::AddGlobalTestEnvironment(new RealDeviceRoot);
+  if (root == DeviceRoot::kReal) testing::AddGlobalTestEnvironment(new RealDeviceRoot);
   return RUN_ALL_TESTS();
 }

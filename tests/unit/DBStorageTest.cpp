@@ -588,6 +588,22 @@ TEST_F(TheBackup, IsMarkedUntilItIsOnTheDiskAtTheEnd) {
   EXPECT_FALSE(FileExists(kStale));
 }
 
+TEST_F(TheBackup, OfAProcessThatCameToItsEndTakesThePlaceOfADatabaseThatRefusesTheFirstWrite) {
+  {
+    DBStorage earlier;
+    earlier.InitHandler();
+    EXPECT_EQ(earlier.CheckTables(), -51);
+    EXPECT_EQ(earlier.WritePolicy(PYXPlugin, "a", "kept"), 0);
+  }
+  Sql("ALTER TABLE PYXPlugin RENAME TO other");
+  Sql("CREATE VIEW PYXPlugin AS SELECT * FROM other");
+  storage.InitHandler();
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "b", "new"), -50);
+  EXPECT_EQ(storage.RestoreBackup(), 0);
+  EXPECT_EQ(storage.WritePolicy(PYXPlugin, "b", "new"), 0);
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "kept"), Pair("b", "new")));
+}
+
 TEST_F(TheBackup, ThatWasNotMadeStaysMarkedAtTheEnd) {
   {
     DBStorage first;
@@ -824,6 +840,27 @@ TEST_F(AnInterruptedRestore, OfADatabaseThatWasSetAsideInSilenceIsFinishedByTheN
   EXPECT_EQ(value, "1");
   EXPECT_FALSE(FileExists(kOpening));
   EXPECT_FALSE(FileExists(kRestoring));
+}
+
+TEST_F(AnInterruptedRestore, IsNoneWhereTheOpeningThatWasCutShortFoundNothingDamaged) {
+  OpenWithRow("a", "1");
+  WriteFile(kBackup, "not to be used");
+  WriteFile(kOpening, "");
+  DBStorage next;
+  next.InitHandler();
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "1");
+  EXPECT_FALSE(FileExists(kOpening));
+}
+
+TEST_F(AnInterruptedRestore, IsNoneWhereTheOpeningThatWasCutShortHadNoBackupAndTheDatabaseIsGone) {
+  MakeStorageDirectory();
+  WriteFile(kOpening, "");
+  storage.InitHandler();
+  EXPECT_EQ(storage.CheckTables(), -51);
+  EXPECT_FALSE(FileExists(kOpening));
+  EXPECT_THAT(LogRecorder::Lines(), testing::Not(testing::Contains(FileLine(kWarning, "copyFile", _))));
 }
 
 TEST_F(AnInterruptedRestore, IsNotTakenFromADatabaseThatVanishedBetweenTwoRuns) {

@@ -6,14 +6,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <utility>
 
 #include "support/Device.h"
 #include "support/LogRecorder.h"
 #include "support/Surroundings.h"
+#include "support/SystemCalls.h"
 #include "support/ThisProcess.h"
 #include "support/VirtualSlots.h"
 
@@ -56,6 +60,8 @@ class AFileHelper : public testing::Test {
 
 class CopyingAFile : public AFileHelper {};
 class ReplacingAFile : public AFileHelper {};
+class SyncingAFile : public AFileHelper {};
+class ComparingFiles : public AFileHelper {};
 class MakingADirectory : public AFileHelper {};
 class AskingForADirectory : public AFileHelper {};
 class AnEmptyDirectory : public AFileHelper {};
@@ -63,6 +69,15 @@ class DeletingAFile : public AFileHelper {};
 class DeletingADirectory : public AFileHelper {};
 class ListingADirectory : public AFileHelper {};
 class EmptyingADirectory : public AFileHelper {};
+
+/// Makes a call fail, the first one or a later one, of those about a path where one is given.
+CallHook::Action FailAt(int turn, const std::string& path = "", int error = EIO) {
+  return [path, turn, error](const CallArguments& call) mutable -> std::optional<long> {
+    if ((!path.empty() && path != static_cast<const char*>(call.data)) || --turn != 0) return std::nullopt;
+    errno = error;
+    return -1;
+  };
+}
 
 /// A directory that needs a privilege to be opened.
 void MakeClosed(const std::string& path) {
@@ -264,6 +279,17 @@ TEST_F(CopyingAFile, BeyondTheLargestSizeThatIsAllowedFails) {
   setrlimit(RLIMIT_FSIZE, &previous);
 }
 
+TEST_F(CopyingAFile, WhoseSizeOrWhoseCopysCannotBeHadFails) {
+  WriteFile(src, "new");
+  for (const std::string& path : {src, dst}) {
+    SCOPED_TRACE(path);
+    LogRecorder::Clear();
+    const CallHook hook(Call::kStat, FailAt(1, path));
+    EXPECT_EQ(helper.copyFile(src, dst), -1);
+    EXPECT_EQ(LogRecorder::Count("could not copy the whole of src: " + src + " to dst: " + dst), 1);
+  }
+}
+
 TEST_F(CopyingAFile, LeavesWhatStandsBesideTheDestination) {
   WriteFile(src, "x");
   WriteFile(dst + ".new", "another one's");
@@ -362,6 +388,51 @@ TEST_F(ReplacingAFile, ThatFailsLeavesItAsItWas) {
   EXPECT_FALSE(FileExists(dst + ".new"));
 }
 
+TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepOverwritesIt) {
+  WriteFile(src, "new");
+  WriteFile(dst, "longer than what comes");
+  const CallHook hook(Call::kRename, FailAt(1, dst + ".new"));
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepIsLeftWhereTheRoomForItIsNotKnown) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  // Before that the source is looked at for its kind, and for its size at the end of the copy.
+  const std::pair<Call, CallHook::Action> unknown[] = {{Call::kStat, FailAt(3, src)}, {Call::kStatvfs, FailAt(1)}};
+  for (const auto& [call, failure] : unknown) {
+    LogRecorder::Clear();
+    const CallHook renaming(Call::kRename, FailAt(1));
+    const CallHook looking(call, failure);
+    EXPECT_EQ(helper.replaceFile(src, dst), -1);
+    EXPECT_EQ(LogRecorder::Count("could not replace dst: " + dst + " by src: " + src), 1);
+    EXPECT_EQ(ReadFile(dst), "old");
+    EXPECT_FALSE(FileExists(dst + ".new"));
+  }
+}
+
+TEST_F(ReplacingAFile, WhoseSuccessorMayNotBeWrittenLeavesIt) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  const Umask nothing(0777);
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  EXPECT_EQ(ReadFile(dst), "old");
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, ByOneThatCannotBeOpenedFailsAndLeavesIt) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  fs::permissions(src, fs::perms::none);
+  const WithoutPrivilege plain;
+  EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  EXPECT_EQ(LogRecorder::Count("could not open src: " + src), 1);
+  EXPECT_EQ(ReadFile(dst), "old");
+}
+
 TEST_F(ReplacingAFile, OverTheRemainsOfATryThatWasCutShortIsWhole) {
   WriteFile(src, "new");
   WriteFile(scratch + "/elsewhere", "untouched");
@@ -406,21 +477,6 @@ TEST_F(ReplacingAFile, WhereNoOtherCanBeMadeWritesTheOneThatIsThere) {
   EXPECT_EQ(ReadFile(inside), "new");
 }
 
-TEST_F(ReplacingAFile, ByOneThatCannotBeReadLeavesItAsItWas) {
-  WriteFile(src, "new");
-  fs::permissions(src, fs::perms::none);
-  fs::create_directory(scratch + "/closed");
-  const std::string inside = scratch + "/closed/dst";
-  WriteFile(inside, "old");
-  fs::permissions(inside, fs::perms(0666));
-  {
-    const WithoutPrivilege plain;
-    EXPECT_EQ(helper.replaceFile(src, inside), -1);
-  }
-  EXPECT_EQ(LogRecorder::Count("could not open src: " + src), 1);
-  EXPECT_EQ(ReadFile(inside), "old");
-}
-
 TEST_F(ReplacingAFile, ThatIsAPipeOrADeviceFailsWithoutWaiting) {
   WriteFile(src, "new");
   ASSERT_EQ(mkfifo(dst.c_str(), 0600), 0);
@@ -444,12 +500,15 @@ TEST_F(ReplacingAFile, ByALinkToAPipeFailsWithoutWaiting) {
 // ---- pipes and devices in a file's place
 
 TEST_F(AFileHelper, ReadsAndSyncsNoPipeAndNoDevice) {
+  const std::string file = scratch + "/file";
+  WriteFile(file, "");
   ASSERT_EQ(mkfifo(src.c_str(), 0600), 0);
   fs::create_symlink("/dev/null", dst);
   for (const std::string& path : {src, dst}) {
     EXPECT_TRUE(helper.isPipeOrDevice(path));
     EXPECT_FALSE(helper.fileReadable(path));
     EXPECT_FALSE(helper.sameContent(path, path));
+    EXPECT_FALSE(helper.sameContent(file, path));
     EXPECT_FALSE(helper.syncFile(path));
   }
 }
@@ -503,6 +562,67 @@ TEST_F(DeletingAFile, SilentlyLogsNothingWhetherItIsThereOrNot) {
   EXPECT_FALSE(FileExists(src));
   helper.discardFile(src);
   EXPECT_THAT(Lines(), IsEmpty());
+}
+
+// ---- sameContent
+
+TEST_F(ComparingFiles, FindsThemAlikeByTheirBytesAlone) {
+  for (const size_t size : {0U, 1U, 4095U, 4096U, 4097U, 12'288U}) {
+    SCOPED_TRACE(size);
+    const std::string content(size, 'x');
+    WriteFile(src, content);
+    WriteFile(dst, content);
+    EXPECT_TRUE(helper.sameContent(src, dst));
+    WriteFile(dst, content + "x");
+    EXPECT_FALSE(helper.sameContent(src, dst));
+    EXPECT_FALSE(helper.sameContent(dst, src));
+    if (size == 0) continue;
+    WriteFile(dst, content.substr(1) + "y");
+    EXPECT_FALSE(helper.sameContent(src, dst));
+    WriteFile(dst, "y" + content.substr(1));
+    EXPECT_FALSE(helper.sameContent(src, dst));
+  }
+}
+
+TEST_F(ComparingFiles, FindsNothingAlikeThatCannotBeRead) {
+  const std::string missing = scratch + "/missing";
+  WriteFile(src, "");
+  fs::create_directory(dst);
+  for (const std::string& path : {dst, missing}) {
+    EXPECT_FALSE(helper.sameContent(src, path));
+    EXPECT_FALSE(helper.sameContent(path, src));
+    EXPECT_FALSE(helper.sameContent(path, path));
+  }
+}
+
+// ---- syncFile
+
+TEST_F(SyncingAFile, SucceedsWithItAndItsDirectory) {
+  WriteFile(src, "content");
+  int synced = 0;
+  const CallHook hook(Call::kFsync, [&](const CallArguments&) -> std::optional<long> {
+    ++synced;
+    return std::nullopt;
+  });
+  EXPECT_TRUE(helper.syncFile(src));
+  EXPECT_EQ(synced, 2);
+}
+
+TEST_F(SyncingAFile, SucceedsOnAFileSystemThatCannotSync) {
+  WriteFile(src, "content");
+  for (const int error : {EINVAL, EROFS}) {
+    const CallHook hook(Call::kFsync, Fail(error));
+    EXPECT_TRUE(helper.syncFile(src)) << error;
+  }
+}
+
+TEST_F(SyncingAFile, FailsWithItAndWithItsDirectory) {
+  EXPECT_FALSE(helper.syncFile(src));
+  WriteFile(src, "content");
+  for (const int turn : {1, 2}) {
+    const CallHook hook(Call::kFsync, FailAt(turn));
+    EXPECT_FALSE(helper.syncFile(src)) << turn;
+  }
 }
 
 // ---- createDirectory
@@ -900,6 +1020,32 @@ TEST_F(CopyingADirectoryTree, EndsAtADirectoryThatCannotBeMade) {
   EXPECT_EQ(helper.copyDirectoryContent(src, dst), -1);
   EXPECT_THAT(Lines(), ElementsAre(Listed(src), Copy("directory: " + dst + "/sub exist"),
                                    Failure("could not create dst directory: " + dst + "/sub/deep")));
+  EXPECT_FALSE(FileExists(dst + "/file"));
+}
+
+/// Removes something as soon as a directory is made.
+CallHook::Action RemoveMeanwhile(const std::string& path) {
+  return [path](const CallArguments&) -> std::optional<long> {
+    fs::remove(path);
+    return std::nullopt;
+  };
+}
+
+TEST_F(CopyingADirectoryTree, EndsAtADirectoryThatIsGoneMeanwhile) {
+  fs::create_directories(src + "/sub/deep");
+  const CallHook hook(Call::kMkdir, RemoveMeanwhile(src + "/sub/deep"));
+  EXPECT_EQ(helper.copyDirectoryContent(src, dst), -1);
+  EXPECT_THAT(Lines(), ElementsAre(Listed(src), Copy("directory: " + dst + "/sub created"),
+                                   Failure("error lstat for src directory: " + src + "/sub/deep")));
+}
+
+TEST_F(CopyingADirectoryTree, EndsAtAFileThatIsGoneMeanwhile) {
+  fs::create_directories(src + "/sub");
+  WriteFile(src + "/file", "");
+  const CallHook hook(Call::kMkdir, RemoveMeanwhile(src + "/file"));
+  EXPECT_EQ(helper.copyDirectoryContent(src, dst), -1);
+  EXPECT_THAT(Lines(), ElementsAre(Listed(src), Copy("directory: " + dst + "/sub created"),
+                                   Failure("error lstat for src file: " + src + "/file")));
   EXPECT_FALSE(FileExists(dst + "/file"));
 }
 

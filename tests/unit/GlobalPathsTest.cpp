@@ -109,11 +109,11 @@ TEST_F(AServiceDirectory, IsNotOnesOwnWhenItIsNoneOrALinkToOne) {
   EXPECT_FALSE(common::isOwnDirectory(path));
 }
 
-TEST(ADirectory, OfAnotherUserIsNotOnesOwn) {
-  // Which user it belongs to is told by who may change it, where the test is not root.
-  struct stat info {};
-  ASSERT_EQ(stat("/proc/1", &info), 0);
-  EXPECT_EQ(common::isOwnDirectory("/proc/1"), info.st_uid == geteuid());
+TEST_F(AServiceDirectory, IsNotOnesOwnWhenItIsAnotherUsers) {
+  ASSERT_TRUE(makeDir(path));
+  // Who cannot give one away is not root, and no directory of root's is their own.
+  const std::string others = chown(path.c_str(), 1, 1) == 0 ? path : "/proc/1";
+  EXPECT_FALSE(common::isOwnDirectory(others));
 }
 
 }  // namespace

@@ -261,6 +261,15 @@ TEST_F(ALaterStart, WhoseDatabaseVanishedSeedsItAgain) {
   EXPECT_THAT(Rows(), ElementsAre(Pair("a", "{\"from\":\"default\"}\n")));
 }
 
+TEST_F(ALaterStart, KeepsTheRowsOfATableWhoseNameDiffersInCase) {
+  WriteDefaultPolicy(R"({"a":{"from":"default"}})");
+  SetRow("a", "{}");
+  Sql("ALTER TABLE PYXPlugin RENAME TO other");
+  Sql("ALTER TABLE other RENAME TO PYXPluGin");
+  Manager::Instance();
+  EXPECT_THAT(Rows(), ElementsAre(Pair("a", "{}")));
+}
+
 TEST_F(AnUnusableDirectory, IsOpenedASecondTimeAndIsNoReasonToThrow) {
   fs::remove_all("/opt/data");
   EXPECT_NO_THROW(Manager::Instance());

@@ -72,6 +72,11 @@ bool IsAnswered() {
   });
 }
 
+/// What a child says at its very end.
+void PrintLines() {
+  for (const LogEntry& line : LogRecorder::Lines()) std::fprintf(stderr, "%s\n", line.message.c_str());
+}
+
 /// A device that has everything.
 class ADevice : public testing::Test {
  protected:
@@ -454,6 +459,28 @@ TEST_F(AManagerWhoseServiceFails, StopsDuringTheRestartWaitWithinAboutASecond) {
   EXPECT_TRUE(IsAnswered());
 }
 
+TEST_F(AManagerWhoseServiceFails, LogsThatItCannotStopWhereItsOwnThreadEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::set_terminate([] {
+          PrintLines();
+          std::abort();
+        });
+        std::promise<void> started;
+        std::promise<void> never;
+        const CallHook hook(Call::kNanosleep, [&](const CallArguments&) -> std::optional<long> {
+          started.get_future().wait();
+          std::exit(0);
+        });
+        manager.Start();
+        started.set_value();
+        never.get_future().wait_for(seconds(20));
+        std::_Exit(1);
+      },
+      testing::KilledBySignal(SIGABRT), "Resource deadlock avoided");
+}
+
 /// In place of the seconds that the service's thread sleeps: they are over at once, and noted.
 class ARestartWait : public AManagerWhoseServiceFails {
  protected:
@@ -465,7 +492,7 @@ class ARestartWait : public AManagerWhoseServiceFails {
     slept.push_back(*call.time);
     if (slept.size() == interrupted) {
       *static_cast<timespec*>(call.data) = {0, 400'000'000};
-      errno = EINTR;
+      errno = error;
       return -1;
     }
     return 0;
@@ -478,7 +505,9 @@ class ARestartWait : public AManagerWhoseServiceFails {
   const std::thread::id test = std::this_thread::get_id();
   std::mutex mutex;
   std::vector<nanoseconds> slept;
+  /// The sleep that ends early, and its error.
   size_t interrupted = 0;
+  int error = EINTR;
   CallHook hook{Call::kNanosleep, [this](const CallArguments& call) { return Sleep(call); }};
 };
 
@@ -508,6 +537,19 @@ TEST_F(ARestartWait, IsRepeatedForWhatIsLeftAfterASignal) {
   EXPECT_EQ(slept[1], seconds(1));
   EXPECT_EQ(slept[2], milliseconds(400));
   EXPECT_EQ(slept[3], seconds(1));
+}
+
+TEST_F(ARestartWait, GoesOnToTheNextSecondAfterOneThatCannotBeSlept) {
+  interrupted = 2;
+  error = EINVAL;
+  const CallHook bind(Call::kBind, [this](const CallArguments&) -> std::optional<long> {
+    if (Seconds() > 0) rmdir(kSocketFile.c_str());
+    return std::nullopt;
+  });
+  manager.Start();
+  ASSERT_TRUE(LogRecorder::WaitFor("PYXPlugin service started"));
+  EXPECT_EQ(Seconds(), 30U);
+  EXPECT_THAT(slept, testing::Each(nanoseconds(seconds(1))));
 }
 
 TEST_F(ARestartWait, TakesANewDelayTheNextTime) {
@@ -592,11 +634,6 @@ TEST_F(ARunDirectoryThatCannotBeMade, EndsTheProcessAtItsEnd) {
         std::exit(0);
       },
       testing::KilledBySignal(SIGABRT), "");
-}
-
-/// What a child says at its very end.
-void PrintLines() {
-  for (const LogEntry& line : LogRecorder::Lines()) std::fprintf(stderr, "%s\n", line.message.c_str());
 }
 
 TEST_F(ADevice, EndsWithItsServiceStoppedAndItsSocketFileRemoved) {

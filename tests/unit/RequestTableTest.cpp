@@ -325,6 +325,26 @@ TEST_F(ARequest, ThatMeetsAnExceptionOfNoStandardTypeEndsLikewise) {
   EXPECT_THAT(LogRecorder::Lines().back(), ClosedLine());
 }
 
+/// Makes one of the calls on a descriptor fail.
+test::CallHook::Action FailAt(int turn, const int& descriptor) {
+  return [turn, &descriptor](const test::CallArguments& call) mutable -> std::optional<long> {
+    if (call.fd != descriptor || --turn != 0) return std::nullopt;
+    errno = EPIPE;
+    return -1;
+  };
+}
+
+TEST_F(ARequest, OfMethods17And18EndsItsAnswerWithThePartThatCannotBeSent) {
+  Start({.count = 1, .lastIndex = 0, .records = {{"0", Record("u", "T", Now())}}});
+  for (const std::int32_t method : {17, 18}) {
+    for (const int part : {1, 2, 3}) {
+      SCOPED_TRACE(std::to_string(method) + " part " + std::to_string(part));
+      const test::CallHook hook(test::Call::kSend, FailAt(part, served));
+      EXPECT_EQ(Serve(Request(method)), Words({0, 0}).substr(0, 4 * static_cast<size_t>(part - 1)));
+    }
+  }
+}
+
 TEST_F(ARequest, WhoseClientIsGoneEndsWithTheFirstPartOfTheAnswer) {
   Start({.records = {{"0", Record("u", "T", Now())}}});
   for (const std::int32_t method : kAllMethods) {

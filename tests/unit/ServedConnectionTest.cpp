@@ -13,6 +13,7 @@ namespace zav::test {
 namespace {
 
 using ipc::ServedConnection;
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 /// A connection and, in place of the service's threads, both of its ends.
@@ -126,6 +127,25 @@ TEST_P(AReplyThatIsNotTaken, IsCutOffWithinTheSecondOfAStop) {
   }));
 }
 
+TEST_P(AReplyThatIsNotTaken, HasHalfASecondFromWhenBothAStopAndItHaveCome) {
+  connection.enter(service);
+  connection.requestReceived();
+  if (GetParam()) {
+    connection.replyStarts();
+  } else {
+    connection.stop();
+  }
+  const auto before = ServedConnection::Clock::now();
+  if (GetParam()) {
+    connection.stop();
+  } else {
+    connection.replyStarts();
+  }
+  const auto left = *connection.watch();
+  EXPECT_LE(left, milliseconds(500));
+  EXPECT_GE(ServedConnection::Clock::now() + left, before + milliseconds(500));
+}
+
 TEST_F(AServedConnection, HasTheTimeOfItsReplyOnceHoweverManyPartsItHas) {
   connection.enter(service);
   connection.requestReceived();
@@ -138,7 +158,7 @@ TEST_F(AServedConnection, HasTheTimeOfItsReplyOnceHoweverManyPartsItHas) {
 
 TEST_F(AServedConnection, HasThirtySecondsForItsReplyHoweverLongItsRequestTook) {
   connection.enter(service);
-  ASSERT_TRUE(WaitUntil([&] { return *connection.watch() < seconds(30) - std::chrono::milliseconds(50); }));
+  ASSERT_TRUE(WaitUntil([&] { return *connection.watch() < seconds(30) - milliseconds(50); }));
   connection.requestReceived();
   const auto before = ServedConnection::Clock::now();
   connection.replyStarts();

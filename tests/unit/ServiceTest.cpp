@@ -26,6 +26,7 @@
 #include "support/OddClients.h"
 #include "support/RawClient.h"
 #include "support/StoredState.h"
+#include "support/Surroundings.h"
 #include "support/SystemCalls.h"
 #include "support/ThisProcess.h"
 #include "support/WaitUntil.h"
@@ -116,6 +117,13 @@ class AService : public testing::Test {
     if (!runner.joinable()) return;
     service->stop();
     runner.join();
+  }
+
+  /// Whether there are so many threads beside those of before, and all of them wait.
+  bool OwnThreadsAreAsleep(size_t count) const {
+    std::set<int> own = ThreadIds();
+    std::erase_if(own, [this](int thread) { return others.contains(thread); });
+    return own.size() == count && std::all_of(own.begin(), own.end(), IsAsleep);
   }
 
   /// The threads that are not the service's.
@@ -252,6 +260,17 @@ TEST_F(AServiceThatRuns, IsShutByAStopOnlyWithTheTokenInItsHand) {
   stopping.get();
   runner.join();
   EXPECT_TRUE(TokenIsFree());
+}
+
+TEST_F(AService, ServesWithoutADescriptorToBeWokenBy) {
+  service.reset();
+  {
+    const DescriptorLimit none(0);
+    service = std::make_unique<Service>();
+  }
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_TRUE(IsAnswered());
 }
 
 TEST_F(AServiceThatRuns, RemovesItsSocketFileAtItsEnd) {
@@ -489,6 +508,42 @@ TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
   bool served = false;
   for (int attempt = 0; attempt < 10 && !served; ++attempt) served = secondIsServed();
   EXPECT_TRUE(served);
+}
+
+TEST_F(AServiceThatRuns, RefusesAClientWhileAnotherThanAConnectionHasTheToken) {
+  {
+    const std::lock_guard token(serviceMutex);
+    RawClient client;
+    EXPECT_TRUE(client.EndsWithoutAnswer());
+    EXPECT_EQ(Refusals(), 1);
+  }
+  EXPECT_TRUE(IsAnswered());
+}
+
+TEST_F(AServiceThatRuns, RefusesAClientThatComesTogetherWithAStop) {
+  for (int turn = 0; turn < 20; ++turn) {
+    if (turn > 0) Start();
+    std::atomic<bool> accepted{false};
+    const CallHook hook(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+      accepted = true;
+      return std::nullopt;
+    });
+    std::future<void> stopping;
+    std::unique_ptr<RawClient> client;
+    {
+      // Both come as far as this lock: the stop with its first step, the service before it takes the token.
+      const std::lock_guard guard(serviceMutex.inner());
+      stopping = std::async(std::launch::async, [this] { service->stop(); });
+      ASSERT_TRUE(WaitUntil([this] { return OwnThreadsAreAsleep(2); }));
+      client = std::make_unique<RawClient>();
+      EXPECT_TRUE(client->SendHeader(Method::kGetPyxState));
+      ASSERT_TRUE(WaitUntil([&] { return accepted && OwnThreadsAreAsleep(2); }));
+    }
+    EXPECT_TRUE(client->EndsWithoutAnswer());
+    stopping.get();
+    runner.join();
+    EXPECT_TRUE(TokenIsFree());
+  }
 }
 
 TEST_F(AServiceThatRuns, WaitsForTheFirstToEndHoweverOftenItIsWoken) {

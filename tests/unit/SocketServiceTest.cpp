@@ -216,6 +216,12 @@ TEST_F(AListenerInASharedDirectory, ChangesTheModeOfNoOtherFileInItsPlace) {
   EXPECT_EQ(Mode(kSocketFile), 0600U);
 }
 
+TEST_F(AListenerInASharedDirectory, ListensAlthoughItsFileIsGone) {
+  const CallHook hook(Call::kListen, Replace([] {}));
+  EXPECT_TRUE(socket.listen());
+  EXPECT_THAT(LogRecorder::Lines(), ElementsAre(Listening(socket)));
+}
+
 TEST_F(AListener, ListensAlthoughItsFileIsGone) {
   const CallHook hook(Call::kListen, [](const CallArguments&) -> std::optional<long> {
     unlink(kSocketFile.c_str());
@@ -313,6 +319,21 @@ TEST_F(AListener, IsNotRetiredWhenItWasNeitherBoundNorShut) {
   socket.retire();
   EXPECT_EQ(socket.descriptor(), descriptor);
   EXPECT_TRUE(socket.good());
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
+TEST_F(AListener, IsNotRetiredWhenItsDescriptorWasLostOrCannotBeLookedAt) {
+  socket.create();
+  socket.shutdown();
+  const int descriptor = socket.descriptor();
+  {
+    const CallHook hook(Call::kPoll, Fail(ENOMEM));
+    socket.retire();
+    EXPECT_EQ(socket.descriptor(), descriptor);
+  }
+  close(descriptor);
+  socket.retire();
+  EXPECT_EQ(socket.descriptor(), descriptor);
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 

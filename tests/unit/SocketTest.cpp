@@ -376,6 +376,19 @@ TEST_F(AConnectedSocket, PutsABlockTogetherFromPieces) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST_F(AConnectedSocket, EndsABlockThatComesWhenItsDescriptorIsLostOnTheWay) {
+  const CallHook hook(Call::kRecv, [&](const CallArguments&) -> std::optional<long> {
+    LoseDescriptor();
+    return 2;
+  });
+  const auto lines =
+      ElementsAre(Line(kError, "good", "socketFD : " + std::to_string(socket->descriptor()) + " " + Text(EBADF)),
+                  Line(kError, "analyseResult", prefix + " size wrong : 2 != 5"));
+  char bytes[8] = {};
+  EXPECT_EQ(socket->receiveData(5, bytes), -1);
+  EXPECT_THAT(LogRecorder::Lines(), lines);
+}
+
 TEST_F(AConnectedSocket, TellsThatThePeerClosedInTheMiddleOfABlock) {
   PeerSends("ab");
   ClosePeer();

@@ -662,6 +662,14 @@ TEST_F(TheLog, IsSearchedAtACostOfItsRecordsHoweverFarTheirIndexesAreApart) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
+TEST_F(TheLog, FindsAndCountsNoMemberThatIsNoRecord) {
+  Json::Value storage = LogOf({"0", "2"}, {.lastIndex = 2}).Value();
+  storage["1"] = "text";
+  const State& state = StartWith(storage);
+  EXPECT_THAT(state.FindRecords({.to = kEver}, LogOrder::kOldestFirst).records.MemberNames(), ElementsAre("0", "2"));
+  EXPECT_EQ(state.CountRecords(0, kEver), 2);
+}
+
 TEST_F(TheLog, ThatWasReadFromTheDatabaseIsSearchedBackwardsFromAFarIndexAtACostOfItsRecords) {
   State& state = Start(LogOf({"0", "5"}, {.maxIndex = INT_MAX, .lastIndex = 5}));
   const auto begin = std::chrono::steady_clock::now();

@@ -43,6 +43,10 @@ static_assert(kColumns.size() == 159);
 using klay::database::Connection;
 using klay::database::Statement;
 
+bool HasRows(const Connection& database, const Component& component) {
+  return Statement(database, "SELECT 1 FROM " + ComponentName(component) + " LIMIT 1").step();
+}
+
 /// Whether the database is whole and holds anything.
 bool HoldsRows() {
   try {
@@ -50,7 +54,7 @@ bool HoldsRows() {
     const Connection database(kDatabase, kOpenExisting, !kCheckAtOpening);
     Statement check(database, "PRAGMA integrity_check(1)");
     if (!check.step() || check.getColumn(0).getText() != "ok") return false;
-    return Statement(database, "SELECT 1 FROM " + ComponentName(PYXPlugin) + " LIMIT 1").step();
+    return HasRows(database, PYXPlugin);
   } catch (...) {
     return false;
   }
@@ -208,7 +212,11 @@ int DBStorage::CheckTables() {
     if (missing.empty()) return kStorageOk;
     const bool created =
         std::all_of(missing.begin(), missing.end(), [&](Component each) { return CreateTable(each) == kStorageOk; });
-    return created ? kStorageNoTable : kStorageFailure;
+    if (!created) return kStorageFailure;
+    // The engine takes one whose name is not written quite alike for the same table: that is not new, and keeps its rows.
+    const bool isNew =
+        std::none_of(missing.begin(), missing.end(), [&](Component each) { return HasRows(*handler, each); });
+    return isNew ? kStorageNoTable : kStorageOk;
   };
   return Guarded(function, "Failed to check tables, with unknown reason", check, [&](const char* reason) {
     LogLine(Priority::kError, LOG_SITE_OF(function), "Failed to check tables: ", reason);
@@ -275,7 +283,12 @@ void DBStorage::Backup() noexcept {
 /// Tells the next process that the backup may be behind, however this one ends.
 void DBStorage::MarkBackup() {
   if (marked) return;
-  marked = FileHelper().makeMark(kStale);
+  FileHelper files;
+  // One that no process before has marked is complete; from here on the mark would say otherwise.
+  if (backup == BackupIs::kUnknown && files.fileExist(kBackup) && !files.fileExist(kStale)) {
+    backup = BackupIs::kComplete;
+  }
+  marked = files.makeMark(kStale);
 }
 
 /// Whether the database may hold what the backup lacks. One that an earlier process left so marked, not having come to
