@@ -4,7 +4,7 @@
 # and cannot with the widest address randomisation of some kernels.
 choose_launcher() {
   launcher=()
-  [[ $1 == [at]san ]] || return 0
+  [[ $1 == [at]san || $1 == fuzz ]] || return 0
   if setarch "$(uname -m)" -R true 2>/dev/null; then launcher=(setarch "$(uname -m)" -R); fi
 }
 
