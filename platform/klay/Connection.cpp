@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
 
 #include "klay/Exception.h"
@@ -30,6 +31,16 @@ bool IsCutShort(const std::string& path, sqlite3* database) {
   return info.st_size % sqlite3_column_int64(raw, 0) != 0;
 }
 
+/// Whether the file's header names a format that the engine reads but never writes, as the flip of a bit makes it do.
+bool CanNeverBeWritten(const std::string& path) {
+  constexpr std::streamoff kWriteVersion = 18;
+  constexpr int kHighestVersion = 2;
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(kWriteVersion);
+  const int version = file.get();
+  return file && version > kHighestVersion;
+}
+
 /// What is wrong with the file; empty when it is sound. Throws when it cannot be told.
 std::string Damage(const std::string& path, sqlite3* database) {
   sqlite3_stmt* raw = nullptr;
@@ -39,6 +50,7 @@ std::string Damage(const std::string& path, sqlite3* database) {
   if (result == SQLITE_ROW) {
     std::string finding = Column(raw, 0).getText();
     if (finding != "ok") return finding;
+    if (CanNeverBeWritten(path)) return "the file is of a format that cannot be written";
     return IsCutShort(path, database) ? "the file ends within a page" : "";
   }
   const int primary = result & 0xff;

@@ -219,6 +219,17 @@ TEST_F(ADamagedFile, ThatEndsWithinAPageDoesNotPassTheCheckAndIsSetAside) {
   EXPECT_EQ(Failure(), "");
 }
 
+TEST_F(ADamagedFile, WhoseHeaderForbidsEveryWriteDoesNotPassTheCheckAndIsSetAside) {
+  Sql("CREATE TABLE t (v TEXT)", file);
+  std::string content = ReadFile(file);
+  for (const char version : {'\x03', 'A', '\xff'}) {
+    content[18] = version;
+    WriteFile(file, content);
+    EXPECT_EQ(Failure(), "the file is of a format that cannot be written");
+    EXPECT_FALSE(FileExists(file));
+  }
+}
+
 TEST_F(ADamagedFile, WhoseIndexNamesAnotherKeyDoesNotPassTheCheck) {
   Sql("CREATE TABLE t (k TEXT PRIMARY KEY)", file);
   Sql("INSERT INTO t VALUES ('original key')", file);

@@ -18,6 +18,7 @@ const std::string kHead = "%s: %s(%d) > ";
 struct Record {
   std::mutex mutex;
   std::vector<LogEntry> lines;
+  bool isKept = true;
 };
 
 /// Never ended: threads of the plug-in log until the very end of the process.
@@ -51,6 +52,11 @@ std::vector<LogEntry> LogRecorder::Lines() {
 void LogRecorder::Clear() {
   const std::lock_guard guard(TheRecord().mutex);
   TheRecord().lines.clear();
+}
+
+void LogRecorder::Keep(bool keep) {
+  const std::lock_guard guard(TheRecord().mutex);
+  TheRecord().isKept = keep;
 }
 
 int LogRecorder::Count(const std::string& message) {
@@ -106,7 +112,7 @@ int __dlog_print(int buffer, int priority, const char* tag, const char* format, 
   }
   va_end(arguments);
   const std::lock_guard guard(TheRecord().mutex);
-  TheRecord().lines.push_back(std::move(entry));
+  if (TheRecord().isKept) TheRecord().lines.push_back(std::move(entry));
   // A log may leave any error behind.
   errno = EXFULL;
   return 1;

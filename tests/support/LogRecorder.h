@@ -38,6 +38,8 @@ class LogRecorder {
   /// All lines since the start or the last `Clear`.
   static std::vector<LogEntry> Lines();
   static void Clear();
+  /// Whether lines are kept from here on, as they are at first. A long run has no memory for them.
+  static void Keep(bool keep);
   /// How many lines have this message.
   static int Count(const std::string& message);
   /// Waits for a line with this message. @return whether it came.

@@ -561,7 +561,7 @@ TEST_F(AConnectedSocket, TakesNoMemoryForBytesThatDoNotCome) {
   EXPECT_GT(before, 0);
   // A sanitizer's allocator touches memory of its own for every byte it gives, or the bytes themselves.
   const long untouched = ResidentMemory();
-  const std::unique_ptr<void, decltype(&std::free)> reserved(std::calloc(1, kLimit), &std::free);
+  const std::unique_ptr<void, decltype(&std::free)> reserved(std::malloc(kLimit), &std::free);
   ASSERT_NE(reserved, nullptr);
   EXPECT_LT(during - before, ResidentMemory() - untouched + 1024);
 }

@@ -213,7 +213,8 @@ int DBStorage::CheckTables() {
     const bool created =
         std::all_of(missing.begin(), missing.end(), [&](Component each) { return CreateTable(each) == kStorageOk; });
     if (!created) return kStorageFailure;
-    // The engine takes one whose name is not written quite alike for the same table: that is not new, and keeps its rows.
+    // The engine takes one whose name is not written quite alike for the same table: that is not new, and keeps its
+    // rows.
     const bool isNew =
         std::none_of(missing.begin(), missing.end(), [&](Component each) { return HasRows(*handler, each); });
     return isNew ? kStorageNoTable : kStorageOk;

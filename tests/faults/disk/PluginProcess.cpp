@@ -193,7 +193,7 @@ std::string Try(const Trial& trial) {
   const auto status = process.Wait();
   if (!status) return "it hangs";
   if (*status == kNoProvider) return "there is no provider";
-  if (*status == kNotSaved) return "the report is not saved";
+  if (*status == kNotSaved) return kNotSavedText;
   return *status == 0 ? "" : "it ends with " + std::to_string(*status);
 }
 

@@ -82,6 +82,9 @@ struct Trial {
   ThreatReport report;
 };
 
+/// What `Try` says of a report that was answered with -1.
+inline const std::string kNotSavedText = "the report is not saved";
+
 /// Runs that in a process. @return empty when the report was answered with 0, else what happened.
 std::string Try(const Trial& trial);
 

@@ -111,8 +111,6 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
   std::string problem;
 
  private:
-  static constexpr const char* kNotSavedText = "the report is not saved";
-
   void Use(int reports) {
     PluginProcess process;
     process.Start();

@@ -49,10 +49,12 @@ int Socket::receiveData(const unsigned& size, const void* data) {
 }
 
 int Socket::receiveText(unsigned length, std::string& text) {
-  // No byte of it is touched yet: the length that a peer announces costs memory only as the bytes come.
-  const std::unique_ptr<char, Free> bytes(static_cast<char*>(std::calloc(length + size_t{1}, 1)));
+  // The length that a peer announces costs memory only as the bytes come: none but the first is touched before. (calloc
+  // clears, and so touches, what an earlier string had.)
+  const std::unique_ptr<char, Free> bytes(static_cast<char*>(std::malloc(length + size_t{1})));
   try {
     if (!bytes) throw std::bad_alloc();
+    *bytes = '\0';
     const int result = receiveData(length, bytes.get());
     if (result == kSocketOk) text.assign(bytes.get(), length);
     return result;
