@@ -54,6 +54,7 @@ class DBStorage {
   /// @return 0 when the backup was put in place, open or not; `kStorageFailure` when it could not be: the database file
   ///         is then gone and the connection closed, unless the backup is there but cannot be read, or the database is
   ///         sound and holds what the backup lacks; it is left in place then, and open.
+  ///         One that could not be deleted stays as well; `Reset` opens it.
   int RestoreBackup();
 
   /// Makes sure that the table of every component exists.
