@@ -9,7 +9,7 @@
 int LLVMFuzzerInitialize(int* /*count*/, char*** arguments) {
   using namespace zav::test;
   const DeviceRoot root = CurrentDeviceRoot();
-  if (root == DeviceRoot::kNone) std::exit(EnterDeviceRoot(*arguments, {ZAV_BUILD_DIRECTORY, ZAV_FUZZ_DIRECTORY}));
+  if (root == DeviceRoot::kNone) std::exit(EnterDeviceRoot(*arguments, {ZAV_BUILD_DIRECTORY, ZAV_SOURCE_DIRECTORY}));
   if (root == DeviceRoot::kReal) {
     ClearDeviceRoot();
     std::atexit(ClearDeviceRoot);
