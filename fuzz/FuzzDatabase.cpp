@@ -40,10 +40,10 @@ constexpr unsigned kBackupIsStale = 8;
 constexpr unsigned kRestoreIsOwed = 16;
 constexpr unsigned kStartAgain = 32;
 
-/// Lets SQLite do without what takes a good part of the time: no other process is here to be locked out, and no link is
-/// on the way to the files.
+/// Lets SQLite do without what takes a good part of the time: no link is on the way to the files. It keeps its locks:
+/// the ways of the system that have none also have no log ahead of the writes, which damage may turn on.
 void UsePlainFiles() {
-  static sqlite3_vfs plain = *sqlite3_vfs_find("unix-none");
+  static sqlite3_vfs plain = *sqlite3_vfs_find("unix");
   plain.zName = "plain";
   plain.xFullPathname = [](sqlite3_vfs* /*vfs*/, const char* path, int size, char* full) {
     return std::snprintf(full, static_cast<std::size_t>(size), "%s", path) < size ? SQLITE_OK : SQLITE_CANTOPEN;
