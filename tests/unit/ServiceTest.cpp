@@ -488,22 +488,26 @@ TEST_F(AServiceThatRuns, WaitsAHundredMillisecondsBeforeItShutsASecondClient) {
 }
 
 TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
-  // The first one ends as soon as the second was accepted; a machine may be too busy for that in 100 ms, once or twice.
-  const auto secondIsServed = [] {
-    std::promise<void> second;
+  // The first one ends once the service, which has accepted the second, waits for that; a machine may be too busy for it
+  // in 100 ms, once or twice.
+  const auto secondIsServed = [this] {
+    std::promise<void> end;
     std::atomic<int> accepted{0};
     std::atomic<bool> holds{true};
     const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
-      if (++accepted == 2) second.set_value();
+      ++accepted;
       return std::nullopt;
     });
     const CallHook receiving(Call::kRecv, [&](const CallArguments& call) -> std::optional<long> {
-      if (call.size == ipc::Header::kSize && holds.exchange(false)) second.get_future().wait();
+      if (call.size == ipc::Header::kSize && holds.exchange(false)) end.get_future().wait();
       return std::nullopt;
     });
-    RawClient a;
-    RawClient b;
-    return a.SendHeader(kNoMethod) && b.SendHeader(Method::kGetPyxState) && b.Receive(ipc::StatePackage::kSize);
+    RawClient first;
+    RawClient second;
+    const bool sent = first.SendHeader(kNoMethod) && second.SendHeader(Method::kGetPyxState);
+    const bool waits = WaitUntil([&] { return accepted == 2 && OwnThreadsAreAsleep(2); });
+    end.set_value();
+    return sent && waits && second.Receive(ipc::StatePackage::kSize);
   };
   bool served = false;
   for (int attempt = 0; attempt < 10 && !served; ++attempt) served = secondIsServed();
