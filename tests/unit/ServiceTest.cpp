@@ -488,8 +488,8 @@ TEST_F(AServiceThatRuns, WaitsAHundredMillisecondsBeforeItShutsASecondClient) {
 }
 
 TEST_F(AServiceThatRuns, ServesASecondClientWhenTheFirstEndsInThatTime) {
-  // The first one ends once the service, which has accepted the second, waits for that; a machine may be too busy for it
-  // in 100 ms, once or twice.
+  // The first one ends once the service, which has accepted the second, waits for that; a machine may be too busy for
+  // it in 100 ms, once or twice.
   const auto secondIsServed = [this] {
     std::promise<void> end;
     std::atomic<int> accepted{0};
