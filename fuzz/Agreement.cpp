@@ -2,12 +2,17 @@
 
 #include "Check.h"
 #include "Clock.h"
-#include "LogText.h"
 #include "MemoryDatabase.h"
 #include "Restart.h"
+#include "support/LogText.h"
 
 namespace zav::fuzz {
 namespace {
+
+using test::ParseObject;
+using test::ReadContent;
+using test::ReadRecords;
+using test::Written;
 
 /// What a text holds, as it is after it was written.
 Json::Value ParsedAsWritten(const std::string& text) {

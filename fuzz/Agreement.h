@@ -2,11 +2,15 @@
 
 #include <string>
 
-#include "LogModel.h"
 #include "pyx/State.h"
+#include "support/LogModel.h"
 
 /// Comparisons of the plug-in's log with the model's. One that fails ends the process.
 namespace zav::fuzz {
+
+using test::LogContent;
+using test::LogFinding;
+using test::LogModel;
 
 /// Starts the state, with nothing but the three policies in the database, and the clock at its beginning.
 /// @param storage  the text of the "Storage" policy.

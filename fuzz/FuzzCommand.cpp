@@ -13,15 +13,22 @@
 #include "Check.h"
 #include "Clock.h"
 #include "Input.h"
-#include "LogModel.h"
-#include "LogText.h"
 #include "MemoryDatabase.h"
 #include "PYXManager.h"
 #include "Target.h"
+#include "support/LogModel.h"
+#include "support/LogText.h"
 #include "zav-pyx-plugin.h"
 
 namespace zav::fuzz {
 namespace {
+
+using test::IntOf;
+using test::ObjectOf;
+using test::ParseObject;
+using test::ReadContent;
+using test::ReadSummary;
+using test::TextOf;
 
 constexpr int kLeastDelay = 30;
 constexpr int kMostCommands = 32;

@@ -20,14 +20,20 @@
 #include "Check.h"
 #include "Clock.h"
 #include "Input.h"
-#include "LogModel.h"
-#include "LogText.h"
 #include "Target.h"
 #include "ipc/service/Service.h"
 #include "ipc/service/ServiceToken.h"
+#include "support/LogModel.h"
+#include "support/LogText.h"
 
 namespace zav::fuzz {
 namespace {
+
+using test::LogRange;
+using test::ParseObject;
+using test::ReadContent;
+using test::ReadRecords;
+using test::ReadSummary;
 
 constexpr int kMostConnections = 32;
 constexpr unsigned kMostBytes = 8192;

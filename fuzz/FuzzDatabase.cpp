@@ -17,12 +17,12 @@
 #include "Check.h"
 #include "Clock.h"
 #include "Input.h"
-#include "LogModel.h"
-#include "LogText.h"
 #include "Restart.h"
 #include "Target.h"
 #include "support/Device.h"
 #include "support/DeviceRootEntry.h"
+#include "support/LogModel.h"
+#include "support/LogText.h"
 
 namespace zav::fuzz {
 namespace {

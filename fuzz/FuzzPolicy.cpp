@@ -8,9 +8,9 @@
 
 #include "Check.h"
 #include "Input.h"
-#include "LogText.h"
 #include "Target.h"
 #include "policy/Policy.h"
+#include "support/LogText.h"
 
 namespace zav::fuzz {
 namespace {
@@ -18,6 +18,11 @@ namespace {
 using policy::ParseJsonString;
 using policy::Policy;
 using policy::PolicyView;
+using test::IntOf;
+using test::IsUtf8;
+using test::ObjectOf;
+using test::ParseObject;
+using test::TextOf;
 
 /// What is known of a member, by the library alone, against every reader of it.
 template <class Reader>

@@ -13,11 +13,11 @@
 #include "Check.h"
 #include "Clock.h"
 #include "Input.h"
-#include "LogModel.h"
-#include "LogText.h"
 #include "MemoryDatabase.h"
 #include "Restart.h"
 #include "Target.h"
+#include "support/LogModel.h"
+#include "support/LogText.h"
 #include "zav-pyx-plugin.h"
 
 namespace zav::fuzz {
@@ -27,6 +27,11 @@ using pyx::LogOrder;
 using pyx::LogQuery;
 using pyx::LogSlice;
 using pyx::State;
+using test::LogRange;
+using test::LogSettings;
+using test::ParseObject;
+using test::ReadContent;
+using test::ReadSummary;
 
 constexpr int kMostOperations = 24;
 

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "faults/disk/LogModel.h"
 #include "faults/disk/PluginProcess.h"
+#include "faults/disk/SmallLog.h"
 #include "faults/disk/StorageFiles.h"
 #include "faults/disk/SystemCallTracer.h"
 #include "support/Campaign.h"
@@ -79,7 +79,7 @@ class ADevice : public testing::Test {
   /// @param areLong  whether some reports are so long that the log takes several pages.
   void UseDevice(bool areLong) {
     MakeRunDirectory();
-    WriteDefaultPolicy(LogModel::DefaultPolicies());
+    WriteDefaultPolicy(DefaultPolicies());
     older = UseUntil(kReportsBefore - 2, areLong);
     used = UseUntil(kReportsBefore, areLong);
     EXPECT_EQ(used[kDatabaseName], used[kBackupName]);
@@ -91,9 +91,9 @@ class ADevice : public testing::Test {
     ++tally.tried;
     PutStorageFiles(files);
     const std::string problem = Try({.report = NumberedReport(kAfterwards)});
-    const Json::Value stored = LogInDatabase();
-    const bool isKept = stored == log.After(NumberedReport(kAfterwards)).Value();
-    const bool isDefault = stored == LogModel().After(NumberedReport(kAfterwards)).Value();
+    const auto stored = LogInDatabase();
+    const bool isKept = stored == After(log, NumberedReport(kAfterwards)).Content();
+    const bool isDefault = stored == After(EmptyLog(), NumberedReport(kAfterwards)).Content();
     tally.kept += isKept ? 1 : 0;
     tally.defaults += isDefault ? 1 : 0;
     tally.untold += !isKept && !isDefault ? 1 : 0;
@@ -131,7 +131,7 @@ class ADevice : public testing::Test {
   static constexpr int kAfterwards = 1000;
 
   std::mt19937 random = CampaignRandom();
-  LogModel log;
+  LogModel log = EmptyLog();
   Files older;
   Files used;
   Tally tally;
@@ -143,7 +143,7 @@ class ADevice : public testing::Test {
     for (; sent < reports; ++sent) {
       const ThreatReport report = areLong ? NumberedReport(sent) : ThreatReport{std::to_string(sent), "threat"};
       EXPECT_EQ(process.Send(report), 0);
-      log = log.After(report);
+      log = After(log, report);
     }
     process.Leave();
     return StorageFiles();

@@ -5,10 +5,11 @@
 #include <memory>
 #include <string>
 
-#include "faults/disk/LogModel.h"
+#include "faults/disk/SmallLog.h"
 #include "faults/disk/StorageFiles.h"
 #include "integration/Library.h"
 #include "support/Device.h"
+#include "support/LogText.h"
 #include "support/RawClient.h"
 #include "support/Surroundings.h"
 
@@ -88,21 +89,21 @@ class APlugin : public testing::Test {
     MakeStorageDirectory();
     disk = std::make_unique<SmallDisk>(kStorageDirectory, kRoomyDisk);
     if (!disk->IsMounted()) GTEST_SKIP() << "no right to mount a disk";
-    WriteDefaultPolicy(LogModel::DefaultPolicies());
+    WriteDefaultPolicy(DefaultPolicies());
   }
 
   static std::optional<std::int32_t> Send(const ThreatReport& report) { return Report(report.url, report.threat); }
 
   void ExpectOnDisk(const LogModel& expected) const {
     EXPECT_EQ(IntegrityOfDatabase(), "ok");
-    EXPECT_EQ(Summary(LogInDatabase()), Summary(expected.Value()));
-    EXPECT_EQ(LogInDatabase(), expected.Value());
+    EXPECT_EQ(Summary(LogInDatabase()), Summary(expected.Content()));
+    EXPECT_EQ(ToJson(LogInDatabase().value()), ToJson(expected.Content()));
     EXPECT_EQ(ReadFile(kDatabase), ReadFile(kBackup));
   }
 
   std::unique_ptr<SmallDisk> disk;
   MemoryStorage storage;
-  LogModel log;
+  LogModel log = EmptyLog();
 };
 
 class APluginThatMeetsA : public APlugin, public testing::WithParamInterface<Case> {};
@@ -113,17 +114,17 @@ TEST_P(APluginThatMeetsA, SaysThatItDidNotSaveAndSavesAllWhenThatIsOver) {
   ASSERT_TRUE(plugin.provider);
   for (int number = 0; number < 2; ++number) {
     ASSERT_EQ(Send(NumberedReport(number)), 0);
-    log = log.After(NumberedReport(number));
+    log = After(log, NumberedReport(number));
   }
   {
     const auto obstacle = GetParam().make(*disk);
     for (int number = 2; number < 5; ++number) {
       EXPECT_EQ(Send(LongReport(number)), -1);
-      log = log.After(LongReport(number));
+      log = After(log, LongReport(number));
     }
   }
   EXPECT_EQ(Send(NumberedReport(5)), 0);
-  ExpectOnDisk(log.After(NumberedReport(5)));
+  ExpectOnDisk(After(log, NumberedReport(5)));
 }
 
 TEST_P(APluginThatStartsWithA, SaysThatItDidNotSaveAndSavesAllWhenThatIsOver) {
@@ -131,17 +132,17 @@ TEST_P(APluginThatStartsWithA, SaysThatItDidNotSaveAndSavesAllWhenThatIsOver) {
     LoadedPlugin plugin;
     ASSERT_TRUE(plugin.provider);
     ASSERT_EQ(Send(NumberedReport(1)), 0);
-    log = log.After(NumberedReport(1));
+    log = After(log, NumberedReport(1));
     plugin.Unload();
   }
   auto obstacle = GetParam().make(*disk);
   const LoadedPlugin plugin;
   ASSERT_TRUE(plugin.provider);
   EXPECT_EQ(Send(LongReport(2)), -1);
-  log = log.After(LongReport(2));
+  log = After(log, LongReport(2));
   obstacle.reset();
   EXPECT_EQ(Send(NumberedReport(3)), 0);
-  ExpectOnDisk(log.After(NumberedReport(3)));
+  ExpectOnDisk(After(log, NumberedReport(3)));
 }
 
 std::string NameOf(const testing::TestParamInfo<Case>& each) {
@@ -156,7 +157,7 @@ INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatStartsWithA,
 TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThereAreSome) {
   const LoadedPlugin plugin;
   ASSERT_EQ(Send(NumberedReport(0)), 0);
-  log = log.After(NumberedReport(0));
+  log = After(log, NumberedReport(0));
   // One is for the connection. More and more, until the report is saved.
   std::optional<std::int32_t> answer;
   int number = 0;
@@ -167,11 +168,11 @@ TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThere
     ASSERT_TRUE(client.SendHeader(ipc::Method::kLogThreatUrl) && client.SendString(report.url) &&
                 client.SendString(report.threat));
     answer = client.ReceiveInt();
-    if (answer) log = log.After(report);
+    if (answer) log = After(log, report);
   }
   EXPECT_EQ(answer, 0);
   EXPECT_EQ(Send(NumberedReport(++number)), 0);
-  ExpectOnDisk(log.After(NumberedReport(number)));
+  ExpectOnDisk(After(log, NumberedReport(number)));
 }
 
 }  // namespace

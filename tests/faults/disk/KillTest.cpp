@@ -3,8 +3,8 @@
 #include <functional>
 #include <thread>
 
-#include "faults/disk/LogModel.h"
 #include "faults/disk/PluginProcess.h"
+#include "faults/disk/SmallLog.h"
 #include "faults/disk/StorageFiles.h"
 #include "faults/disk/SystemCallTracer.h"
 #include "support/Campaign.h"
@@ -18,12 +18,12 @@ class AKill : public testing::Test {
  protected:
   /// @param withService  whether there is a row for every policy: one that is missing is looked for in the backup.
   void UseDevice(bool withService) {
-    WriteDefaultPolicy(LogModel::DefaultPolicies(withService));
+    WriteDefaultPolicy(DefaultPolicies(withService));
     PluginProcess process;
     process.Start();
     for (int number = 0; number < kReportsBefore; ++number) {
       EXPECT_EQ(process.Send(NumberedReport(number)), 0);
-      log = log.After(NumberedReport(number));
+      log = After(log, NumberedReport(number));
     }
     process.Leave();
     used = StorageFiles();
@@ -38,16 +38,16 @@ class AKill : public testing::Test {
     EXPECT_TRUE(answers) << when;
     const std::string integrity = IntegrityOfDatabase();
     EXPECT_EQ(integrity, "ok") << when;
-    const Json::Value stored = LogInDatabase();
+    const auto stored = LogInDatabase();
     const bool isAllowed =
-        std::any_of(allowed.begin(), allowed.end(), [&](const auto& log) { return log.Value() == stored; });
+        std::any_of(allowed.begin(), allowed.end(), [&](const auto& log) { return log.Content() == stored; });
     EXPECT_TRUE(isAllowed) << when << ": " << Summary(stored);
     return answers && isAllowed && integrity == "ok";
   }
 
   static constexpr int kReportsBefore = 6;
 
-  LogModel log;
+  LogModel log = EmptyLog();
   Files used;
 };
 
@@ -116,7 +116,7 @@ class AKillBeforeEachSystemCallOfA : public AKill, public testing::WithParamInte
     tracer.Run(countAndKill, [](const SystemCall&) {});
     client.join();
     allowed = {log};
-    if (moment.isReport) allowed.push_back(log.After(report));
+    if (moment.isReport) allowed.push_back(After(log, report));
     if (moment.isReport && isAnswered) allowed.erase(allowed.begin());
     return calls >= last;
   }
@@ -175,9 +175,9 @@ class AKillAtARandomInstant : public AKill {
  private:
   /// What is in the log now is what the next report is added to. The backup may still hold another log that is allowed.
   bool Observe() {
-    const Json::Value stored = LogInDatabase();
+    const auto stored = LogInDatabase();
     const auto found =
-        std::find_if(allowed.begin(), allowed.end(), [&](const auto& each) { return each.Value() == stored; });
+        std::find_if(allowed.begin(), allowed.end(), [&](const auto& each) { return each.Content() == stored; });
     EXPECT_NE(found, allowed.end()) << Summary(stored);
     if (found != allowed.end()) log = *found;
     return found != allowed.end();
@@ -187,7 +187,7 @@ class AKillAtARandomInstant : public AKill {
   bool Ask(const PluginProcess& process) {
     const bool isReset = Below(random, kAsksForAReset) == 0;
     const ThreatReport report = NumberedReport(++reports);
-    const LogModel after = isReset ? log.AfterReset() : log.After(report);
+    const LogModel after = isReset ? AfterReset(log) : After(log, report);
     const auto answer = isReset ? process.SendReset() : process.Send(report);
     if (!answer) {
       allowed.push_back(after);

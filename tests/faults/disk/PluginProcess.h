@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "faults/disk/LogModel.h"
+#include "faults/disk/SmallLog.h"
 #include "integration/Library.h"
 
 namespace zav::test {

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "faults/disk/DiskLog.h"
-#include "faults/disk/LogModel.h"
 #include "faults/disk/PluginProcess.h"
+#include "faults/disk/SmallLog.h"
 #include "support/Campaign.h"
 #include "support/Device.h"
 #include "support/Surroundings.h"
@@ -72,7 +72,7 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
  protected:
   void SetUp() override {
     const Course& course = std::get<Course>(GetParam());
-    WriteDefaultPolicy(LogModel::DefaultPolicies(course.withService));
+    WriteDefaultPolicy(DefaultPolicies(course.withService));
     if (course.reportsBefore > 0) Use(course.reportsBefore);
     before = course.damage(StorageFiles());
     Record(course);
@@ -90,10 +90,10 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
     if (!problem.empty()) return false;
     problem = IntegrityOfDatabase();
     if (problem != "ok") return false;
-    const Json::Value stored = LogInDatabase();
+    const auto stored = LogInDatabase();
     problem = Summary(stored);
     return std::any_of(allowed.begin(), allowed.end(),
-                       [&](const auto& log) { return log.After(report).Value() == stored; });
+                       [&](const auto& log) { return After(log, report).Content() == stored; });
   }
 
   /// All that the log may be with this much answered.
@@ -116,7 +116,7 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
     process.Start();
     for (int number = 0; number < reports; ++number) {
       ASSERT_EQ(process.Send(NumberedReport(number)), 0);
-      logs[0] = logs[0].After(NumberedReport(number));
+      logs[0] = After(logs[0], NumberedReport(number));
     }
     process.Leave();
   }
@@ -142,7 +142,7 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
   }
 
   void Send(const PluginProcess& process, const ThreatReport& report, DiskRecorder& recorder) {
-    logs.push_back(logs.back().After(report));
+    logs.push_back(After(logs.back(), report));
     isAnswered.push_back(process.Send(report) == 0);
     if (isAnswered.back()) recorder.Note(static_cast<int>(logs.size()) - 1);
   }
@@ -161,7 +161,7 @@ class APowerLoss : public testing::TestWithParam<std::tuple<Course, Afterwards>>
   }
 
   /// The log after each report, the first one before any.
-  std::vector<LogModel> logs{1};
+  std::vector<LogModel> logs{EmptyLog()};
   std::vector<bool> isAnswered{true};
 };
 

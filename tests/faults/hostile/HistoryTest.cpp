@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "APlugin.h"
-#include "LogModel.h"
+#include "Question.h"
+#include "support/LogText.h"
 #include "support/StoredState.h"
 #include "support/WaitUntil.h"
 
@@ -50,7 +51,7 @@ class Search {
     if (!seen.insert(Fingerprint(log)).second) return false;
     for (const size_t next : Candidates()) {
       LogModel after = log;
-      if (after.Answer(operations[next].question) != operations[next].answer) continue;
+      if (AskModel(after, operations[next].question) != operations[next].answer) continue;
       Mark(next, true);
       if (FindsAnOrder(after)) return true;
       Mark(next, false);
@@ -87,7 +88,7 @@ class Search {
   std::string Fingerprint(const LogModel& log) const {
     std::string key = std::to_string(first) + ":";
     for (size_t i = first; i < done.size(); ++i) key += done[i] ? '1' : '0';
-    return key + log.Text();
+    return key + Describe(log.Content());
   }
 
   std::vector<Operation> operations;

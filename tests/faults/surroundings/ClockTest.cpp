@@ -9,10 +9,11 @@
 #include <string>
 
 #include "Asking.h"
-#include "LogModel.h"
+#include "LogOfRows.h"
 #include "TestClock.h"
 #include "integration/Library.h"
 #include "support/LogRecorder.h"
+#include "support/LogText.h"
 #include "support/OddClients.h"
 #include "support/RawClient.h"
 #include "support/StoredState.h"
@@ -69,15 +70,10 @@ class TheLog : public testing::Test {
     PrepareDevice(log);
   }
 
-  LogModel ModelOfRows() {
-    auto rows = Rows();
-    return {rows["Storage"], rows["State"], Stamp(now)};
-  }
-
   void Start(std::int64_t instant) {
     now = instant;
     clock.Set(now);
-    model = std::make_unique<LogModel>(ModelOfRows());
+    model = std::make_unique<LogModel>(LogOfRows(Stamp(now)));
     plugin = std::make_unique<LoadedPlugin>();
     ASSERT_TRUE(plugin->provider);
   }
@@ -89,15 +85,16 @@ class TheLog : public testing::Test {
 
   void ReportNow(const std::string& url) {
     EXPECT_EQ(Report(url, "virus"), 0);
-    model->Add(url, "virus", Stamp(now));
-    EXPECT_EQ(Row("Storage"), model->Storage());
+    model->Report(url, "virus", Stamp(now));
+    EXPECT_EQ(Row("Storage"), ToJson(model->Content()));
   }
 
   void ExpectModelsLog() {
-    EXPECT_EQ(Ask(Method::kGetLogStatus).document, model->Status(Stamp(now)));
-    EXPECT_EQ(Ask(Method::kGetLog, {INT_MIN, INT_MAX}).document, model->Records(INT_MIN, INT_MAX));
-    EXPECT_EQ(Ask(Method::kCountRecords, {0, INT_MAX}).number, model->Count(0, INT_MAX));
-    EXPECT_EQ(Ask(Method::kCountRecords, {INT_MIN, -1}).number, model->Count(INT_MIN, -1));
+    EXPECT_EQ(Ask(Method::kGetLogStatus).document, ToJson(model->Summarise(Stamp(now))));
+    EXPECT_EQ(Ask(Method::kGetLog, {INT_MIN, INT_MAX}).document,
+              ToJson(model->FindForward({INT_MIN, INT_MAX}).records));
+    EXPECT_EQ(Ask(Method::kCountRecords, {0, INT_MAX}).number, model->CountBetween(0, INT_MAX));
+    EXPECT_EQ(Ask(Method::kCountRecords, {INT_MIN, -1}).number, model->CountBetween(INT_MIN, -1));
   }
 
   std::vector<std::string> Urls() { return UrlsOf(Ask(Method::kGetLog, {INT_MIN, INT_MAX}).document); }

@@ -3,12 +3,13 @@
 #include <memory>
 
 #include "Asking.h"
-#include "LogModel.h"
+#include "LogOfRows.h"
 #include "OddJson.h"
 #include "TestClock.h"
 #include "WatchedChild.h"
 #include "integration/Library.h"
 #include "support/Campaign.h"
+#include "support/LogText.h"
 #include "support/RawClient.h"
 #include "support/StoredState.h"
 
@@ -49,15 +50,9 @@ void PrepareWith(const std::string& row, const std::string& text) {
   WriteFile(kBackup, ReadFile(kDatabase));
 }
 
-/// As the rows say, and a start would take them.
-LogModel ModelOfRows() {
-  auto rows = Rows();
-  return {rows["Storage"], rows["State"], kNow};
-}
-
 class RunningPlugin {
  public:
-  RunningPlugin() : model(ModelOfRows()) { EXPECT_TRUE(plugin.provider); }
+  RunningPlugin() : model(LogOfRows(kNow)) { EXPECT_TRUE(plugin.provider); }
 
   /// All the methods that only read.
   void ExpectAnswers() {
@@ -68,17 +63,17 @@ class RunningPlugin {
     ExpectRecords();
   }
 
-  void ExpectStatus() { EXPECT_EQ(Ask(Method::kGetLogStatus).document, Rewritten(model.Status(kNow))); }
+  void ExpectStatus() { EXPECT_EQ(Ask(Method::kGetLogStatus).document, ToJson(Rewritten(model.Summarise(kNow)))); }
 
   void ExpectRecords() {
-    EXPECT_EQ(Ask(Method::kCountRecords, {0, kNow}).number, model.Count(0, kNow));
-    EXPECT_EQ(Ask(Method::kGetLog).document, Rewritten(model.Records(0, kNow)));
+    EXPECT_EQ(Ask(Method::kCountRecords, {0, kNow}).number, model.CountBetween(0, kNow));
+    EXPECT_EQ(Ask(Method::kGetLog).document, ToJson(Rewritten(model.FindForward({0, kNow})).records));
   }
 
   void ExpectToTake(const std::string& url, const std::string& threat) {
     EXPECT_EQ(Report(url, threat), 0);
-    model.Add(url, threat, kNow);
-    EXPECT_EQ(Row("Storage"), Rewritten(model.Storage()));
+    model.Report(url, threat, kNow);
+    EXPECT_EQ(Row("Storage"), ToJson(Rewritten(model.Content())));
     EXPECT_EQ(ReadFile(kBackup), ReadFile(kDatabase));
   }
 

@@ -6,22 +6,33 @@
 
 /// The rules of the threat log once more, in their plainest form and with nothing of the plug-in's own code: what the
 /// plug-in does to a log is right when this model, told the same, comes to the same.
-namespace zav::fuzz {
+namespace zav::test {
 
-/// Integers by their names. One that is missing counts as 0.
-using Numbers = std::map<std::string, int>;
+/// A number as the rules read it: 0 where no integer of 32 bits stands in its place.
+struct Number {
+  int value = 0;
+  /// What stands in its place, as JSON text, where that is anything but the integer ("5.0", "null"); else empty.
+  std::string odd = {};
 
+  bool operator==(const Number&) const = default;
+};
+
+/// By their names. One that is missing counts as 0.
+using Numbers = std::map<std::string, Number>;
+
+/// A record as the rules read it: a text is empty where none stands in its place, a number 0.
 struct LogRecord {
   std::string url;
   std::string threat;
   /// Seconds since the epoch.
   int timestamp = 0;
+  /// The whole record, as JSON text, where it holds anything but two texts and an integer of these names; else empty.
+  std::string odd = {};
 
   bool operator==(const LogRecord&) const = default;
 };
 
-/// What a log holds, as far as the rules read it: a text that is missing or no text is empty, a number that is missing,
-/// no integer or none of 32 bits is not there.
+/// All that a log holds, also what the rules only carry along.
 struct LogContent {
   /// "max_index", "max_file_size", "max_logging_period"; nothing where it is no object.
   std::optional<Numbers> config;
@@ -118,4 +129,4 @@ class LogModel {
   LogContent log;
 };
 
-}  // namespace zav::fuzz
+}  // namespace zav::test

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <map>
 #include <ostream>
 #include <random>
 #include <string>
 
 #include "Requests.h"
+#include "support/LogModel.h"
 
 namespace zav::test {
 
@@ -35,32 +35,8 @@ Question RandomCommand(std::mt19937& random);
 /// The payload of "UpdateConfig".
 std::string ConfigData(int maxFileSize, int maxIndex);
 
-/// The log as its users understand it, one question after the other. No record grows old.
-class LogModel {
- public:
-  /// @return the answer, readable.
-  std::string Answer(const Question& question);
-  /// All of it.
-  std::string Text() const;
-
- private:
-  struct Record {
-    std::string url;
-    std::string threat;
-  };
-
-  std::string Command(const Question& question);
-  void Report(const Question& question);
-  void Renumber();
-  std::string Range(const Question& question) const;
-  std::string Status() const;
-
-  std::map<int, Record> records;
-  int count = 0;
-  int lastIndex = -1;
-  std::map<std::string, int> seen;
-  int maxFileSize = 10;
-  int maxIndex = 2000;
-};
+/// Asks the model of the log. No record grows old there.
+/// @return the answer, readable.
+std::string AskModel(LogModel& log, const Question& question);
 
 }  // namespace zav::test

@@ -1,4 +1,4 @@
-#include "LogModel.h"
+#include "support/LogModel.h"
 
 #include <algorithm>
 #include <climits>
@@ -6,7 +6,7 @@
 #include <iterator>
 #include <utility>
 
-namespace zav::fuzz {
+namespace zav::test {
 namespace {
 
 constexpr int kNoIndex = -1;
@@ -15,7 +15,7 @@ constexpr int kIndexBound = 2000;
 int NumberOf(const std::optional<Numbers>& numbers, const std::string& name) {
   if (!numbers) return 0;
   const auto found = numbers->find(name);
-  return found != numbers->end() ? found->second : 0;
+  return found != numbers->end() ? found->second.value : 0;
 }
 
 /// Sums of 32 bits that wrap.
@@ -52,7 +52,7 @@ bool IsPlainIndex(const std::string& key) {
 }  // namespace
 
 LogModel::LogModel(LogContent stored, bool loggingIsOn, int now) : log(std::move(stored)) {
-  if (ConfigIsInvalid()) log.config = {{"max_index", 2000}, {"max_file_size", 10}, {"max_logging_period", 3600}};
+  if (ConfigIsInvalid()) log.config = {{"max_index", {2000}}, {"max_file_size", {10}}, {"max_logging_period", {3600}}};
   if (!loggingIsOn || CountersAreInvalid()) Reset();
   DropOutdated(now);
 }
@@ -102,9 +102,9 @@ bool LogModel::Report(const std::string& url, const std::string& threat, int now
   const int seen = Sum(Counter(name), 1);
   log.records[std::to_string(index)] = LogRecord{url, name, now};
   // A threat that bears the name of a counter is counted there, last of all.
-  (*log.counters)["count"] = count;
-  (*log.counters)["last_index"] = index;
-  (*log.counters)[name] = seen;
+  (*log.counters)["count"] = {count};
+  (*log.counters)["last_index"] = {index};
+  (*log.counters)[name] = {seen};
   return true;
 }
 
@@ -114,7 +114,7 @@ void LogModel::Renumber() {
   log.records.clear();
   int next = 0;
   for (const auto& [index, record] : byIndex) log.records[std::to_string(next++)] = record;
-  (*log.counters)["last_index"] = next - 1;
+  (*log.counters)["last_index"] = {next - 1};
 }
 
 void LogModel::DropLowest() {
@@ -139,7 +139,7 @@ void LogModel::DropRecords() {
 
 void LogModel::Reset() {
   log.records.clear();
-  log.counters = {{"count", 0}, {"last_index", kNoIndex}};
+  log.counters = {{"count", {0}}, {"last_index", {kNoIndex}}};
 }
 
 void LogModel::Configure(const LogSettings& settings) {
@@ -148,8 +148,9 @@ void LogModel::Configure(const LogSettings& settings) {
   const int fileSize = std::clamp(given(settings.maxFileSize, "max_file_size"), 10, 1000);
   const int index = given(settings.maxIndex, "max_index");
   const bool indexIsUnfit = index < fileSize || index > kIndexBound;
-  log.config = {
-      {"max_index", indexIsUnfit ? kIndexBound : index}, {"max_file_size", fileSize}, {"max_logging_period", period}};
+  log.config = {{"max_index", {indexIsUnfit ? kIndexBound : index}},
+                {"max_file_size", {fileSize}},
+                {"max_logging_period", {period}}};
 }
 
 /// The records at a range of indexes with time stamps in a range, all ends included.
@@ -192,14 +193,14 @@ LogSummary LogModel::Summarise(int now) {
   for (const auto& [key, record] : log.records) {
     if (record->url.empty()) continue;
     ++total;
-    ++summary.inStorage[record->threat.empty() ? "undefined" : record->threat];
+    ++summary.inStorage[record->threat.empty() ? "undefined" : record->threat].value;
   }
   // Over a threat of that name.
-  if (total > 0) summary.inStorage["count"] = total;
+  if (total > 0) summary.inStorage["count"] = {total};
   summary.config = *log.config;
   summary.counters = *log.counters;
   summary.counters.erase("last_index");
   return summary;
 }
 
-}  // namespace zav::fuzz
+}  // namespace zav::test

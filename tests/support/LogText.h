@@ -5,16 +5,16 @@
 #include <map>
 #include <string>
 
-#include "LogModel.h"
+#include "support/LogModel.h"
 
-/// The model's values as the JSON text that the plug-in stores and sends. Nothing of the plug-in's own code reads or
-/// writes it here.
-namespace zav::fuzz {
+/// The model's values as the JSON that the plug-in stores and sends. Nothing of the plug-in's own code reads or writes
+/// it here.
+namespace zav::test {
 
 /// The object that a text holds; null where it holds none.
 Json::Value ParseObject(const std::string& text);
 
-/// A value as compact text; bytes that are no UTF-8 are replaced.
+/// A value as compact text without comments; bytes that are no UTF-8 are replaced.
 std::string Written(const Json::Value& value);
 
 /// A member of an object, or of nothing, as the plug-in's readers take it.
@@ -29,6 +29,13 @@ LogContent ReadContent(const Json::Value& storage);
 std::map<int, LogRecord> ReadRecords(const Json::Value& records);
 /// The answer of a request for the status.
 LogSummary ReadSummary(const Json::Value& status);
+
+/// The same the other way: what is read from it is equal.
+Json::Value ToJson(const LogContent& content);
+/// Null where there is none.
+Json::Value ToJson(const std::map<int, LogRecord>& records);
+/// Without "in_storage" where there is no record.
+Json::Value ToJson(const LogSummary& summary);
 
 /// Whether all texts of a value, its names included, are UTF-8: such a value survives being written.
 bool IsUtf8(const Json::Value& value);
@@ -45,4 +52,4 @@ std::string Describe(const LogContent& content);
 std::string Describe(const LogFinding& finding);
 std::string Describe(const LogSummary& summary);
 
-}  // namespace zav::fuzz
+}  // namespace zav::test

@@ -1,4 +1,4 @@
-#include "LogText.h"
+#include "support/LogText.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -7,18 +7,39 @@
 #include <memory>
 #include <utility>
 
-namespace zav::fuzz {
+namespace zav::test {
 namespace {
 
 const Json::Value* Find(const Json::Value& object, const std::string& key) {
   return object.isObject() ? object.find(key.data(), key.data() + key.size()) : nullptr;
 }
 
+/// Any value; null where the text holds none.
+Json::Value Parse(const std::string& text) {
+  thread_local const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::Value value;
+  std::string errors;
+  try {
+    return reader->parse(text.data(), text.data() + text.size(), &value, &errors) ? value : Json::Value();
+  } catch (const Json::Exception&) {
+    // Nested too deep.
+    return {};
+  }
+}
+
+/// Whether a value is an integer of 32 bits, and not merely equal to one.
+bool IsPlainInt(const Json::Value& value) {
+  return value.type() == Json::intValue && value.isInt();
+}
+
+Number ReadNumber(const Json::Value& value) {
+  if (IsPlainInt(value)) return {value.asInt()};
+  return {value.isInt() ? value.asInt() : 0, Written(value)};
+}
+
 Numbers ReadNumbers(const Json::Value& object) {
   Numbers numbers;
-  for (auto member = object.begin(); member != object.end(); ++member) {
-    if (member->isInt()) numbers[member.name()] = member->asInt();
-  }
+  for (auto member = object.begin(); member != object.end(); ++member) numbers[member.name()] = ReadNumber(*member);
   return numbers;
 }
 
@@ -26,23 +47,51 @@ std::optional<Numbers> ReadObject(const Json::Value& value) {
   return value.isObject() ? std::optional(ReadNumbers(value)) : std::nullopt;
 }
 
-std::optional<LogRecord> ReadRecord(const Json::Value& value) {
-  if (!value.isObject()) return std::nullopt;
-  return LogRecord{TextOf(value, "url"), TextOf(value, "threat"), IntOf(value, "timestamp")};
+bool IsPlainRecord(const Json::Value& object) {
+  return object.size() == 3 && object["url"].isString() && object["threat"].isString() &&
+         IsPlainInt(object["timestamp"]);
 }
 
-LogRecord Rewritten(const LogRecord& record) {
-  return {fuzz::Rewritten(record.url), fuzz::Rewritten(record.threat), record.timestamp};
+std::optional<LogRecord> ReadRecord(const Json::Value& value) {
+  if (!value.isObject()) return std::nullopt;
+  return LogRecord{TextOf(value, "url"), TextOf(value, "threat"), IntOf(value, "timestamp"),
+                   IsPlainRecord(value) ? std::string() : Written(value)};
+}
+
+Json::Value NumbersToJson(const Numbers& numbers) {
+  Json::Value object(Json::objectValue);
+  for (const auto& [name, number] : numbers) object[name] = number.odd.empty() ? number.value : Parse(number.odd);
+  return object;
+}
+
+Json::Value RecordToJson(const LogRecord& record) {
+  if (!record.odd.empty()) return Parse(record.odd);
+  Json::Value object;
+  object["url"] = record.url;
+  object["threat"] = record.threat;
+  object["timestamp"] = record.timestamp;
+  return object;
+}
+
+/// What is odd was written already: two members of one name may be left.
+std::string RewrittenOdd(const std::string& odd) {
+  return odd.empty() ? odd : Written(Parse(odd));
+}
+
+LogRecord RewrittenRecord(const LogRecord& record) {
+  return {Rewritten(record.url), Rewritten(record.threat), record.timestamp, RewrittenOdd(record.odd)};
 }
 
 std::string Describe(const Numbers& numbers) {
   std::string text;
-  for (const auto& [name, number] : numbers) text += " [" + name + "] " + std::to_string(number);
+  for (const auto& [name, number] : numbers) {
+    text += " [" + name + "] " + (number.odd.empty() ? std::to_string(number.value) : number.odd);
+  }
   return text + "\n";
 }
 
 std::string Describe(const LogRecord& record) {
-  return "[" + record.url + "] [" + record.threat + "] " + std::to_string(record.timestamp) + "\n";
+  return "[" + record.url + "] [" + record.threat + "] " + std::to_string(record.timestamp) + " " + record.odd + "\n";
 }
 
 /// The size of the character that begins at `at`; 0 where there is no well-formed one.
@@ -76,15 +125,7 @@ bool IsUtf8(const std::string& text) {
 }  // namespace
 
 Json::Value ParseObject(const std::string& text) {
-  static const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  Json::Value value;
-  std::string errors;
-  try {
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) return {};
-  } catch (const Json::Exception&) {
-    // Nested too deep.
-    return {};
-  }
+  Json::Value value = Parse(text);
   return value.isObject() ? value : Json::Value();
 }
 
@@ -131,6 +172,28 @@ LogSummary ReadSummary(const Json::Value& status) {
           ReadNumbers(ObjectOf(status, "state"))};
 }
 
+Json::Value ToJson(const LogContent& content) {
+  Json::Value storage(Json::objectValue);
+  if (content.config) storage["config"] = NumbersToJson(*content.config);
+  if (content.counters) storage["state"] = NumbersToJson(*content.counters);
+  for (const auto& [key, record] : content.records) storage[key] = record ? RecordToJson(*record) : Json::Value();
+  return storage;
+}
+
+Json::Value ToJson(const std::map<int, LogRecord>& records) {
+  Json::Value object;
+  for (const auto& [index, record] : records) object[std::to_string(index)] = RecordToJson(record);
+  return object;
+}
+
+Json::Value ToJson(const LogSummary& summary) {
+  Json::Value status;
+  if (!summary.inStorage.empty()) status["in_storage"] = NumbersToJson(summary.inStorage);
+  status["config"] = NumbersToJson(summary.config);
+  status["state"] = NumbersToJson(summary.counters);
+  return status;
+}
+
 bool IsUtf8(const Json::Value& value) {
   if (value.isString()) return IsUtf8(value.asString());
   for (auto member = value.begin(); member != value.end(); ++member) {
@@ -143,6 +206,7 @@ std::string Written(const Json::Value& value) {
   static const Json::StreamWriterBuilder writer = [] {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
+    builder["commentStyle"] = "None";
     return builder;
   }();
   return Json::writeString(writer, value);
@@ -158,7 +222,7 @@ std::string Rewritten(const std::string& text) {
 
 Numbers Rewritten(const Numbers& numbers) {
   Numbers rewritten;
-  for (const auto& [name, number] : numbers) rewritten[Rewritten(name)] = number;
+  for (const auto& [name, number] : numbers) rewritten[Rewritten(name)] = {number.value, RewrittenOdd(number.odd)};
   return rewritten;
 }
 
@@ -167,13 +231,13 @@ LogContent Rewritten(const LogContent& content) {
   if (content.config) rewritten.config = Rewritten(*content.config);
   if (content.counters) rewritten.counters = Rewritten(*content.counters);
   for (const auto& [key, record] : content.records) {
-    rewritten.records[Rewritten(key)] = record ? std::optional(Rewritten(*record)) : std::nullopt;
+    rewritten.records[Rewritten(key)] = record ? std::optional(RewrittenRecord(*record)) : std::nullopt;
   }
   return rewritten;
 }
 
 LogFinding Rewritten(LogFinding finding) {
-  for (auto& [index, record] : finding.records) record = Rewritten(record);
+  for (auto& [index, record] : finding.records) record = RewrittenRecord(record);
   return finding;
 }
 
@@ -199,4 +263,4 @@ std::string Describe(const LogSummary& summary) {
          Describe(summary.counters);
 }
 
-}  // namespace zav::fuzz
+}  // namespace zav::test
