@@ -24,6 +24,12 @@ std::string Answer::Text() {
   return text;
 }
 
+bool Answer::HasEnded() {
+  const Transfer transfer = connection_.AwaitAnswer(deadline_);
+  if (transfer == Transfer::kTimedOut) throw Error(late_, "the service did not finish its answer in time");
+  return transfer != Transfer::kDone;
+}
+
 void Answer::Receive(void* target, std::size_t size) {
   const Transfer transfer = connection_.Receive(target, size, deadline_);
   if (transfer == Transfer::kDone) return;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Connection.h"
+#include "Error.h"
 #include "ipc/service/Package.h"
-#include "pyxclient/Error.h"
 
 namespace zav::client {
 
@@ -16,6 +16,9 @@ class Answer {
   Answer(Connection connection, const Deadline& deadline, ErrorKind late);
 
   std::int32_t Integer();
+
+  /// Whether the service has sent all that it sends; waits until that is known.
+  bool HasEnded();
 
   /// `kMalformed` also when the length is over the protocol's limit.
   std::string Text();

@@ -1,4 +1,4 @@
-#include "pyxclient/Client.h"
+#include "Client.h"
 
 #include <algorithm>
 #include <utility>
@@ -18,10 +18,16 @@ constexpr std::int32_t kDone = 0;
 constexpr std::int32_t kFailed = -1;
 /// Its answer to a report that did not reach it whole.
 constexpr std::int32_t kNotReceived = -2;
-/// A log query's `to` that stands for the service's own time.
-constexpr std::int32_t kNow = 0;
 
-enum class Repeat { kAlways, kUnlessTaken };
+/// What to do with a request of which nothing tells whether the service has taken it whole.
+enum class Repeat { kAlways, kNever, kUntilAnswered };
+
+/// How one attempt at a request ended.
+struct Attempt {
+  Transfer transfer;
+  /// Nothing tells that the service has not taken the request whole.
+  bool mayBeTaken;
+};
 
 [[noreturn]] void GiveUp(ErrorKind kind) {
   switch (kind) {
@@ -34,37 +40,58 @@ enum class Repeat { kAlways, kUnlessTaken };
   }
 }
 
-/// One attempt; `kReset` when it is certain that nothing came of it.
-Transfer Try(Connection& connection, const Request& request, Repeat repeat, const Deadline& deadline) {
+Attempt Try(Connection& connection, const Request& request, const Deadline& deadline) {
   const Transfer sent = connection.Send(request.bytes(), deadline);
-  if (sent != Transfer::kDone) return sent;
+  if (sent != Transfer::kDone) return {sent, false};
   const Transfer answered = connection.AwaitAnswer(deadline);
-  const bool repeatable = repeat == Repeat::kAlways;
-  if (answered == Transfer::kEnded) {
-    if (repeatable || connection.LeftUnread(deadline)) return Transfer::kReset;
-    GiveUp(ErrorKind::kUnknownOutcome);
-  }
-  if (answered == Transfer::kTimedOut && !repeatable) GiveUp(ErrorKind::kUnknownOutcome);
-  return answered;
+  if (answered == Transfer::kEnded) return {answered, !connection.LeftUnread(deadline)};
+  return {answered, answered == Transfer::kTimedOut};
 }
 
-/// Sends the request as often as it takes and is allowed, and returns its answer, of which nothing has been read.
-Answer Ask(const Options& options, const Request& request, Repeat repeat = Repeat::kAlways) {
-  const Deadline deadline(options.timeout);
-  // A service that has refused before and now lets the rest of the time pass is still a busy one.
-  ErrorKind failure = ErrorKind::kTimedOut;
-  for (GrowingPause pause; !deadline.Passed(); pause.Take(deadline)) {
-    std::optional<Connection> connection = Connection::Open(options.socketPath, deadline);
-    if (!connection) break;
-    const Transfer transfer = Try(*connection, request, repeat, deadline);
-    if (transfer == Transfer::kTimedOut) break;
-    if (transfer == Transfer::kDone) {
+/// One call: the attempts that it takes, on connections of their own.
+class Call {
+ public:
+  Call(const Options& settings, const Request& whatIsAsked, Repeat whetherAgain, const Deadline& end)
+      : options(settings), request(whatIsAsked), repeat(whetherAgain), deadline(end) {}
+
+  /// @return the answer, of which nothing has been read.
+  Answer Ask() {
+    for (GrowingPause pause; !deadline.Passed(); pause.Take(deadline)) {
+      std::optional<Connection> connection = Connect();
+      if (!connection) break;
+      const Attempt attempt = Try(*connection, request, deadline);
       const ErrorKind late = repeat == Repeat::kAlways ? ErrorKind::kTimedOut : ErrorKind::kUnknownOutcome;
-      return {std::move(*connection), deadline, late};
+      if (attempt.transfer == Transfer::kDone) return {std::move(*connection), deadline, late};
+      if (attempt.mayBeTaken && repeat != Repeat::kAlways) unanswered = ErrorKind::kUnknownOutcome;
+      if (attempt.mayBeTaken && repeat == Repeat::kNever) break;
+      if (attempt.transfer == Transfer::kTimedOut) break;
+      // A service that has refused before and now lets the rest of the time pass is still a busy one.
+      if (unanswered != ErrorKind::kUnknownOutcome) unanswered = ErrorKind::kRefused;
     }
-    failure = ErrorKind::kRefused;
+    GiveUp(unanswered);
   }
-  GiveUp(failure);
+
+ private:
+  std::optional<Connection> Connect() const {
+    try {
+      return Connection::Open(options.socketPath, deadline);
+    } catch (const Error&) {
+      // That the service is gone says nothing about the attempt before.
+      if (unanswered == ErrorKind::kUnknownOutcome) GiveUp(unanswered);
+      throw;
+    }
+  }
+
+  const Options& options;
+  const Request& request;
+  Repeat repeat;
+  Deadline deadline;
+  /// What the attempts so far come to when none is answered.
+  ErrorKind unanswered = ErrorKind::kTimedOut;
+};
+
+Answer Ask(const Options& options, const Request& request, Repeat repeat = Repeat::kAlways) {
+  return Call(options, request, repeat, Deadline(options.timeout)).Ask();
 }
 
 bool AskState(const Options& options, Method method, std::int32_t code) {
@@ -82,90 +109,72 @@ void ExpectDone(std::int32_t code, std::int32_t last, const char* what) {
   throw Error(ErrorKind::kRejected, what);
 }
 
-void Check(const TimeRange& range, bool endIsNow) {
-  if (range.from < 0 || range.to < 0) throw Error(ErrorKind::kOutOfRange, "a time is negative");
-  if (range.to < range.from && !endIsNow) {
-    throw Error(ErrorKind::kOutOfRange, "the range of time ends before it begins");
-  }
-}
-
-void Check(const LogQuery& query) {
-  Check(query.range, query.range.to == kNow);
-  if (query.maxCount < 0) throw Error(ErrorKind::kOutOfRange, "the number of records is negative");
-  if (query.startIndex < -1) throw Error(ErrorKind::kOutOfRange, "the index to start at is negative");
-}
-
-/// The service searches from time 0 when a range's end does not lie after its beginning: then what lies before the
-/// beginning is taken out here, and only here can the records be counted.
-bool SearchesFromZero(const TimeRange& range) {
-  return range.to == range.from && range.to != kNow;
-}
-
-ipc::LogPackage PackageOf(const LogQuery& query) {
+ipc::LogPackage PackageOf(const PieceQuery& query) {
   ipc::LogPackage package;
   package.from = query.range.from;
   package.to = query.range.to;
-  package.maxCount = SearchesFromZero(query.range) ? 0 : query.maxCount;
+  package.maxCount = query.maxCount;
   package.startIndex = query.startIndex;
   return package;
 }
 
-/// Brings the records, which ascend, into the query's order and limits.
-void Arrange(const LogQuery& query, std::vector<Record>& records) {
-  std::erase_if(records, [&query](const Record& record) { return record.timestamp < query.range.from; });
-  if (query.reverse) std::reverse(records.begin(), records.end());
-  const auto max = static_cast<std::size_t>(query.maxCount);
-  if (max != 0 && records.size() > max) records.resize(max);
-}
-
 }  // namespace
 
-Client::Client(Options options) : options_(std::move(options)) {}
+void Check(const TimeRange& range) {
+  if (range.from < 0 || range.to < 0) throw Error(ErrorKind::kOutOfRange, "a time is negative");
+  if (range.to < range.from) throw Error(ErrorKind::kOutOfRange, "the range of time ends before it begins");
+}
 
 bool Client::IsEnabled() const {
-  return AskState(options_, Method::kGetPyxState, ipc::kPyxStateCode);
+  return AskState(options, Method::kGetPyxState, ipc::kPyxStateCode);
 }
 
 bool Client::IsLoggingEnabled() const {
-  return AskState(options_, Method::kGetLoggingState, ipc::kLoggingStateCode);
+  return AskState(options, Method::kGetLoggingState, ipc::kLoggingStateCode);
 }
 
 void Client::Report(std::string_view url, std::string_view threat) const {
   Request request(Method::kLogThreatUrl);
   request.AddText(url, "URL").AddText(threat, "name of the threat");
-  ExpectDone(Ask(options_, request, Repeat::kUnlessTaken).Integer(), kNotReceived,
+  const Repeat repeat = options.atLeastOnce ? Repeat::kUntilAnswered : Repeat::kNever;
+  ExpectDone(Ask(options, request, repeat).Integer(), kNotReceived,
              url.empty() ? "the service does not log an empty URL" : "the service did not store the report");
 }
 
 LogStatus Client::GetLogStatus() const {
-  return ReadLogStatus(Ask(options_, Request(Method::kGetLogStatus)).Text());
+  return ReadLogStatus(Ask(options, Request(Method::kGetLogStatus)).Text());
 }
 
-std::vector<Record> Client::GetLog(const LogQuery& query) const {
-  Check(query);
+Piece Client::GetPiece(const PieceQuery& query, const Deadline& deadline) const {
   Request request(query.reverse ? Method::kGetLogReverse : Method::kGetLog);
-  Answer answer = Ask(options_, request.Add(PackageOf(query)));
+  Answer answer = Call(options, request.Add(PackageOf(query)), Repeat::kAlways, deadline).Ask();
   const std::int32_t result = answer.Integer();
   if (result == kFailed) return {};
   if (result != kDone) throw Error(ErrorKind::kMalformed, "the service's answer is no result");
-  answer.Integer();  // The index of the last record, which the records tell themselves.
-  std::vector<Record> records = ReadRecords(answer.Text());
-  Arrange(query, records);
-  return records;
+  Piece piece;
+  piece.lastIndex = answer.Integer();
+  // The service ends the connection in place of a text that is longer than it may send.
+  if (answer.HasEnded()) {
+    piece.isTooLarge = true;
+    return piece;
+  }
+  piece.records = ReadRecords(answer.Text());
+  if (query.reverse) std::reverse(piece.records.begin(), piece.records.end());
+  return piece;
 }
 
 std::int32_t Client::CountRecords(const TimeRange& range) const {
-  Check(range, false);
+  Check(range);
   ipc::FramePackage package;
   package.from = range.from;
   package.to = range.to;
-  const std::int32_t count = Ask(options_, Request(Method::kCountRecords).Add(package)).Integer();
+  const std::int32_t count = Ask(options, Request(Method::kCountRecords).Add(package)).Integer();
   if (count < 0) ExpectDone(count, kFailed, "the service did not count the records");
   return count;
 }
 
 void Client::ResetLog() const {
-  ExpectDone(Ask(options_, Request(Method::kResetLog)).Integer(), kFailed, "the service could not store the empty log");
+  ExpectDone(Ask(options, Request(Method::kResetLog)).Integer(), kFailed, "the service could not store the empty log");
 }
 
 }  // namespace zav::client

@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "pyxclient/Error.h"
+#include "Error.h"
 
 namespace zav::client {
 namespace {
@@ -24,10 +24,7 @@ std::string ErrorText(int error) {
 sockaddr_un AddressOf(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof(address.sun_path) || path.find('\0') != std::string::npos) {
-    throw Error(ErrorKind::kOutOfRange, "a socket's path has 1 to 107 bytes, this has " + std::to_string(path.size()));
-  }
-  std::memcpy(address.sun_path, path.data(), path.size());
+  std::memcpy(address.sun_path, path.data(), CheckedPath(path).size());
   return address;
 }
 
@@ -44,6 +41,13 @@ int Connect(int fd, const sockaddr_un& address) {
 }
 
 }  // namespace
+
+std::string CheckedPath(std::string path) {
+  if (path.empty() || path.size() >= sizeof(sockaddr_un::sun_path) || path.find('\0') != std::string::npos) {
+    throw Error(ErrorKind::kOutOfRange, "a socket's path has 1 to 107 bytes, this has " + std::to_string(path.size()));
+  }
+  return path;
+}
 
 std::optional<Connection> Connection::Open(const std::string& path, const Deadline& deadline) {
   const sockaddr_un address = AddressOf(path);

@@ -9,6 +9,9 @@
 
 namespace zav::client {
 
+/// @return the path. Throws `kOutOfRange` for one that no socket can have.
+std::string CheckedPath(std::string path);
+
 /// How a transfer ended.
 enum class Transfer {
   kDone,
@@ -24,7 +27,7 @@ enum class Transfer {
 class Connection {
  public:
   /// Connects, waiting for room in the service's queue as long as the deadline allows; empty when it passed first.
-  /// Throws `kNoService`, or `kOutOfRange` for a path that no socket can have.
+  /// Throws `kNoService`, or `kOutOfRange` as `CheckedPath` does.
   static std::optional<Connection> Open(const std::string& path, const Deadline& deadline);
 
   Connection(Connection&& other) noexcept;

@@ -65,7 +65,7 @@ std::int32_t NumberOf(const Json::Value& section, const char* key) {
 LogStatus::Tally ReadTally(const Json::Value& section) {
   LogStatus::Tally tally{NumberOf(section, kCount), {}};
   for (const std::string& name : section.getMemberNames()) {
-    if (name != kCount && section[name].isInt()) tally.byThreat[name] = section[name].asInt();
+    if (name != kCount && section[name].isInt()) tally.byThreat.emplace_back(name, section[name].asInt());
   }
   return tally;
 }
@@ -88,8 +88,8 @@ LogStatus ReadLogStatus(const std::string& text) {
   const Json::Value document = Parse(text);
   const Json::Value config = SectionOf(document, "config");
   LogStatus status;
-  status.config = {NumberOf(config, "max_index"), NumberOf(config, "max_file_size"),
-                   NumberOf(config, "max_logging_period")};
+  status.settings = {NumberOf(config, "max_index"), NumberOf(config, "max_file_size"),
+                     NumberOf(config, "max_logging_period")};
   status.stored = ReadTally(SectionOf(document, "in_storage"));
   status.reported = ReadTally(SectionOf(document, "state"));
   return status;

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "pyxclient/Client.h"
+#include "Client.h"
 
 /// The JSON texts that the service answers with, made into values. Whatever is not laid out as the service lays it out
 /// throws `kMalformed`.

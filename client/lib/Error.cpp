@@ -1,4 +1,4 @@
-#include "pyxclient/Error.h"
+#include "Error.h"
 
 namespace zav::client {
 

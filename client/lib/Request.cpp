@@ -1,6 +1,6 @@
 #include "Request.h"
 
-#include "pyxclient/Error.h"
+#include "Error.h"
 
 namespace zav::client {
 

@@ -18,8 +18,8 @@ constexpr double kLongestTimeout = 86400;
 
 /// The options of every verb, and what each verb does, by its place in the tree of commands.
 struct Declared {
-  std::string socketPath = client::kDefaultSocketPath;
-  double timeout = std::chrono::duration<double>(client::kDefaultTimeout).count();
+  std::string socketPath = PYX_DEFAULT_SOCKET;
+  double timeout = PYX_DEFAULT_TIMEOUT / 1000.0;
   std::string format = "human";
   std::map<const CLI::App*, Action> actions;
 };
@@ -59,7 +59,7 @@ Command CommandOf(const CLI::App& app, const Declared& declared) {
   if (verbs.empty()) throw CLI::RequiredError("A verb");
   if (!IsTimeout(declared.timeout)) throw CLI::ValidationError("--timeout", "not in range 0.001 to 86400 seconds");
   Command command;
-  command.options.socketPath = declared.socketPath;
+  command.options.socket = declared.socketPath;
   command.options.timeout = std::chrono::milliseconds(std::llround(std::ceil(declared.timeout * 1000)));
   command.format = declared.format == "json" ? Format::kJson : Format::kHuman;
   command.action = declared.actions.at(verbs.front());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <pyxclient/Client.h>
+#include <pyxclient/pyxclient.hpp>
 
 #include "Verbs.h"
 
@@ -20,7 +20,7 @@ enum class ExitStatus {
 
 /// What the command line asks for.
 struct Command {
-  client::Options options;
+  pyxclient::Options options;
   Format format = Format::kHuman;
   /// Empty when there is nothing to do but to leave with `status`: the help was shown, or an error.
   Action action;

@@ -5,10 +5,10 @@
 namespace zav::pyxctl {
 
 Action DeclareCount(CLI::App& command) {
-  auto range = std::make_shared<client::TimeRange>();
+  auto range = std::make_shared<TimeRange>();
   DeclareRange(command, *range);
-  return [range](const client::Client& client, const Output& output) {
-    const std::int32_t count = client.CountRecords(*range);
+  return [range](pyxclient::Client& client, const Output& output) {
+    const std::int32_t count = client.Count(TimeOf(range->from), TimeOf(range->to));
     Json::Value document;
     document["count"] = count;
     output.Write(document,

@@ -9,16 +9,16 @@
 namespace zav::pyxctl {
 namespace {
 
-using client::LogQuery;
-using client::Record;
+using pyxclient::Query;
+using pyxclient::Record;
 
 using Row = std::array<std::string, 5>;
 
 /// The widest that a text makes its column.
 constexpr std::size_t kWidestColumn = 32;
 
-std::string LocalTime(std::int32_t timestamp) {
-  const std::time_t time = timestamp;
+std::string LocalTime(pyxclient::Time moment) {
+  const std::time_t time = std::chrono::system_clock::to_time_t(moment);
   std::tm parts{};
   std::array<char, 32> text{};
   if (::localtime_r(&time, &parts) == nullptr) return "-";
@@ -26,7 +26,7 @@ std::string LocalTime(std::int32_t timestamp) {
 }
 
 Row RowOf(const Record& record) {
-  return {std::to_string(record.index), LocalTime(record.timestamp), std::to_string(record.timestamp),
+  return {std::to_string(record.index), LocalTime(record.time), std::to_string(record.time.time_since_epoch().count()),
           Printable(record.threat), Printable(record.url)};
 }
 
@@ -63,7 +63,7 @@ Json::Value DocumentOf(const std::vector<Record>& records) {
     member["index"] = record.index;
     member["url"] = record.url;
     member["threat"] = record.threat;
-    member["timestamp"] = record.timestamp;
+    member["timestamp"] = static_cast<Json::Int64>(record.time.time_since_epoch().count());
   }
   return document;
 }
@@ -71,13 +71,22 @@ Json::Value DocumentOf(const std::vector<Record>& records) {
 }  // namespace
 
 Action DeclareLog(CLI::App& command) {
-  auto query = std::make_shared<LogQuery>();
-  DeclareRange(command, query->range);
-  DeclareNumber(command, "--max", query->maxCount, "NUMBER", "Show at most so many records (default: all)");
-  DeclareNumber(command, "--start", query->startIndex, "INDEX", "Start at the record of this index");
-  command.add_flag("--reverse", query->reverse, "Show the newest record first");
-  return [query](const client::Client& client, const Output& output) {
-    const std::vector<Record> records = client.GetLog(*query);
+  struct Asked {
+    TimeRange range;
+    std::int32_t maxCount = 0;
+    std::int32_t startIndex = -1;
+    bool reverse = false;
+  };
+  auto asked = std::make_shared<Asked>();
+  DeclareRange(command, asked->range);
+  DeclareNumber(command, "--max", asked->maxCount, "NUMBER", "Show at most so many records (default: all)");
+  DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index");
+  command.add_flag("--reverse", asked->reverse, "Show the newest record first");
+  return [asked](pyxclient::Client& client, const Output& output) {
+    const Query query{TimeOf(asked->range.from), TimeOf(asked->range.to), asked->maxCount, asked->startIndex,
+                      asked->reverse};
+    std::vector<Record> records;
+    for (const Record& record : client.Log(query)) records.push_back(record);
     output.Write(DocumentOf(records), [&records](std::ostream& out) { WriteRecords(out, records); });
   };
 }

@@ -3,9 +3,9 @@
 namespace zav::pyxctl {
 
 Action DeclareLogging(CLI::App& /*command*/) {
-  return [](const client::Client& client, const Output& output) {
+  return [](pyxclient::Client& client, const Output& output) {
     Json::Value document;
-    const bool enabled = client.IsLoggingEnabled();
+    const bool enabled = client.IsLogging();
     document["enabled"] = enabled;
     output.Write(document,
                  [enabled](std::ostream& out) { out << "Logging is " << (enabled ? "enabled" : "disabled") << ".\n"; });

@@ -19,7 +19,7 @@ Action DeclareReport(CLI::App& command) {
       ->required()
       ->type_name("");
   command.add_option("--threat", visit->threat, "What kind of threat it is (default: undefined)")->type_name("NAME");
-  return [visit](const client::Client& client, const Output& output) {
+  return [visit](pyxclient::Client& client, const Output& output) {
     client.Report(visit->url, visit->threat);
     Json::Value document;
     document["logged"] = true;

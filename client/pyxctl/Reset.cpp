@@ -3,8 +3,8 @@
 namespace zav::pyxctl {
 
 Action DeclareReset(CLI::App& /*command*/) {
-  return [](const client::Client& client, const Output& output) {
-    client.ResetLog();
+  return [](pyxclient::Client& client, const Output& output) {
+    client.Reset();
     Json::Value document;
     document["reset"] = true;
     output.Write(document, [](std::ostream& out) { out << "The log is empty.\n"; });

@@ -3,7 +3,7 @@
 namespace zav::pyxctl {
 
 Action DeclareState(CLI::App& /*command*/) {
-  return [](const client::Client& client, const Output& output) {
+  return [](pyxclient::Client& client, const Output& output) {
     Json::Value document;
     const bool enabled = client.IsEnabled();
     document["enabled"] = enabled;

@@ -30,7 +30,7 @@ void DeclareNumber(CLI::App& command, const char* name, std::int32_t& number, co
       ->type_name(unit);
 }
 
-void DeclareRange(CLI::App& command, client::TimeRange& range) {
+void DeclareRange(CLI::App& command, TimeRange& range) {
   DeclareNumber(command, "--from", range.from, "SECONDS", "The first second, since the epoch (default: the beginning)");
   DeclareNumber(command, "--to", range.to, "SECONDS", "The last second, since the epoch (default: no end)");
 }

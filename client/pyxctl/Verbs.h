@@ -1,8 +1,9 @@
 #pragma once
 
-#include <pyxclient/Client.h>
+#include <pyxclient/pyxclient.hpp>
 
 #include <functional>
+#include <limits>
 #include <span>
 
 #include "Output.h"
@@ -14,7 +15,17 @@ class App;
 namespace zav::pyxctl {
 
 /// What a verb does once the command line is read: one call of the client, and its result to the output.
-using Action = std::function<void(const client::Client&, const Output&)>;
+using Action = std::function<void(pyxclient::Client&, const Output&)>;
+
+/// A stretch of time, both ends included.
+struct TimeRange {
+  std::int32_t from = 0;
+  std::int32_t to = std::numeric_limits<std::int32_t>::max();
+};
+
+inline pyxclient::Time TimeOf(std::int32_t seconds) {
+  return pyxclient::Time(std::chrono::seconds(seconds));
+}
 
 /// One verb of the command line.
 struct Verb {
@@ -40,6 +51,6 @@ Action DeclareReset(CLI::App& command);
 void DeclareNumber(CLI::App& command, const char* name, std::int32_t& number, const char* unit, const char* meaning);
 
 /// Adds the options --from and --to.
-void DeclareRange(CLI::App& command, client::TimeRange& range);
+void DeclareRange(CLI::App& command, TimeRange& range);
 
 }  // namespace zav::pyxctl

@@ -8,32 +8,32 @@
 namespace zav::pyxctl {
 namespace {
 
-using client::ErrorKind;
+using pyxclient::Failure;
 
 /// How the program ends after a failed request, and what the person can do about it.
 struct Consequence {
-  ErrorKind kind;
+  Failure kind;
   ExitStatus status;
   const char* advice;
 };
 
 constexpr std::array kConsequences = {
-    Consequence{ErrorKind::kNoService, ExitStatus::kNoAnswer,
+    Consequence{Failure::kNoService, ExitStatus::kNoAnswer,
                 "check that the plug-in is loaded and switched on, or name its socket with --socket"},
-    Consequence{ErrorKind::kRefused, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
-    Consequence{ErrorKind::kTimedOut, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
-    Consequence{ErrorKind::kMalformed, ExitStatus::kNoAnswer,
+    Consequence{Failure::kRefused, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
+    Consequence{Failure::kTimedOut, ExitStatus::kNoAnswer, "try again, or wait longer with --timeout"},
+    Consequence{Failure::kMalformed, ExitStatus::kNoAnswer,
                 "check that the socket is the plug-in's and that both are of one version"},
-    Consequence{ErrorKind::kRejected, ExitStatus::kRejected, "the platform log may say more"},
-    Consequence{ErrorKind::kUnknownOutcome, ExitStatus::kNoAnswer,
+    Consequence{Failure::kRejected, ExitStatus::kRejected, "the platform log may say more"},
+    Consequence{Failure::kUnknownOutcome, ExitStatus::kNoAnswer,
                 "look with 'pyxctl log --reverse' before reporting it again"},
-    Consequence{ErrorKind::kOutOfRange, ExitStatus::kUsage, "see pyxctl --help"},
-    Consequence{ErrorKind::kSystem, ExitStatus::kLocalFailure, "try again"},
+    Consequence{Failure::kOutOfRange, ExitStatus::kUsage, "see pyxctl --help"},
+    Consequence{Failure::kSystem, ExitStatus::kLocalFailure, "try again"},
 };
 
-ExitStatus Explain(const client::Error& error) {
+ExitStatus Explain(const pyxclient::Error& error) {
   for (const Consequence& consequence : kConsequences) {
-    if (consequence.kind != error.kind()) continue;
+    if (consequence.kind != error.failure()) continue;
     Complain(std::string(error.what()) + "; " + consequence.advice);
     return consequence.status;
   }
@@ -43,7 +43,8 @@ ExitStatus Explain(const client::Error& error) {
 
 ExitStatus Run(const Command& command) {
   if (!command.action) return command.status;
-  command.action(client::Client(command.options), Output(std::cout, command.format));
+  pyxclient::Client client(command.options);
+  command.action(client, Output(std::cout, command.format));
   return ExitStatus::kDone;
 }
 
@@ -52,7 +53,7 @@ ExitStatus Main(int argc, const char* const* argv) try {
   if (std::cout.flush()) return status;
   Complain("the output cannot be written; check where it goes");
   return ExitStatus::kLocalFailure;
-} catch (const client::Error& error) {
+} catch (const pyxclient::Error& error) {
   return Explain(error);
 } catch (const std::exception& error) {
   Complain(error.what());

@@ -15,7 +15,7 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr std::int32_t kMaxInt = 2'147'483'647;
-const std::string kWholeLog = Header(17) + Words({0, 0, 0, kMaxInt, 0, -1});
+const std::string kWholeLog = Header(17) + Words({0, 0, 0, kMaxInt, 64, -1});
 constexpr const char* kRecords = R"({"10":{"threat":"malware","timestamp":86400,"url":"http://b.example/"},)"
                                  R"("9":{"threat":"phishing","timestamp":0,"url":"http://a.example/"}})";
 

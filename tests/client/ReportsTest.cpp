@@ -8,8 +8,8 @@ namespace {
 
 const std::string kReport = Header(6) + Text("u") + Text("t");
 
-std::optional<ErrorKind> KindOfReport(const FakeService& service, std::chrono::milliseconds timeout = kLong) {
-  return KindOf([&] { ClientOf(service.path(), timeout).Report("u", "t"); });
+std::optional<Failure> FailureOfReport(const FakeService& service, std::chrono::milliseconds timeout = kLong) {
+  return FailureOf([&] { ClientOf(service.path(), timeout).Report("u", "t"); });
 }
 
 TEST(AReport, IsRepeatedAfterAnEndThatLeftItUnread) {
@@ -55,7 +55,7 @@ TEST(AReport, IsRepeatedAfterEveryRefusalOfABusyService) {
 
 TEST(AReport, HasAnUnknownOutcomeAfterAPlainEnd) {
   const FakeService service{[](Peer& peer) { peer.Read(kReport.size()); }, Answering(kReport, Words({0}))};
-  EXPECT_EQ(KindOfReport(service), ErrorKind::kUnknownOutcome);
+  EXPECT_EQ(FailureOfReport(service), Failure::kUnknownOutcome);
   EXPECT_EQ(service.connections(), 1);
 }
 
@@ -66,7 +66,7 @@ TEST(AReport, HasAnUnknownOutcomeWhenItStaysUnreadOnAConnectionThatWasOnlyShut) 
                               peer.AwaitEnd();
                             },
                             Answering(kReport, Words({0}))};
-  EXPECT_EQ(KindOfReport(service, kShort), ErrorKind::kUnknownOutcome);
+  EXPECT_EQ(FailureOfReport(service, kShort), Failure::kUnknownOutcome);
   EXPECT_EQ(service.connections(), 1);
 }
 
@@ -75,7 +75,7 @@ TEST(AReport, HasAnUnknownOutcomeWhenItIsTakenAndNotAnswered) {
     peer.Read(kReport.size());
     peer.AwaitEnd();
   }};
-  EXPECT_EQ(KindOfReport(service, kShort), ErrorKind::kUnknownOutcome);
+  EXPECT_EQ(FailureOfReport(service, kShort), Failure::kUnknownOutcome);
 }
 
 TEST(AReport, HasAnUnknownOutcomeWhenItsAnswerIsNotFinished) {
@@ -84,7 +84,7 @@ TEST(AReport, HasAnUnknownOutcomeWhenItsAnswerIsNotFinished) {
     peer.Send(Words({0}).substr(0, 3));
     peer.AwaitEnd();
   }};
-  EXPECT_EQ(KindOfReport(service, kShort), ErrorKind::kUnknownOutcome);
+  EXPECT_EQ(FailureOfReport(service, kShort), Failure::kUnknownOutcome);
 }
 
 TEST(AReport, TimesOutWhenItIsNotTaken) {
@@ -93,26 +93,26 @@ TEST(AReport, TimesOutWhenItIsNotTaken) {
     peer.Read(100);
     peer.AwaitHangUp();
   }};
-  EXPECT_EQ(KindOf([&] { ClientOf(service.path(), kShort).Report(url); }), ErrorKind::kTimedOut);
+  EXPECT_EQ(FailureOf([&] { ClientOf(service.path(), kShort).Report(url); }), Failure::kTimedOut);
 }
 
 TEST(AReport, IsRejectedWithEitherCodeOfTheService) {
   const FakeService service{Answering(kReport, Words({-1})), Answering(kReport, Words({-2}))};
-  EXPECT_EQ(KindOfReport(service), ErrorKind::kRejected);
-  EXPECT_EQ(KindOfReport(service), ErrorKind::kRejected);
+  EXPECT_EQ(FailureOfReport(service), Failure::kRejected);
+  EXPECT_EQ(FailureOfReport(service), Failure::kRejected);
 }
 
 TEST(AReport, IsMalformedlyAnsweredWithAnyOtherNumber) {
   const FakeService service{Answering(kReport, Words({1})), Answering(kReport, Words({-3}))};
-  EXPECT_EQ(KindOfReport(service), ErrorKind::kMalformed);
-  EXPECT_EQ(KindOfReport(service), ErrorKind::kMalformed);
+  EXPECT_EQ(FailureOfReport(service), Failure::kMalformed);
+  EXPECT_EQ(FailureOfReport(service), Failure::kMalformed);
 }
 
 TEST(AReport, IsNotSentWithATextOverTheLimit) {
   const FakeService service{Answering("", "")};
   const std::string text(16'777'217, 'x');
-  EXPECT_EQ(KindOf([&] { ClientOf(service.path()).Report(text); }), ErrorKind::kOutOfRange);
-  EXPECT_EQ(KindOf([&] { ClientOf(service.path()).Report("u", text); }), ErrorKind::kOutOfRange);
+  EXPECT_EQ(FailureOf([&] { ClientOf(service.path()).Report(text); }), Failure::kOutOfRange);
+  EXPECT_EQ(FailureOf([&] { ClientOf(service.path()).Report("u", text); }), Failure::kOutOfRange);
   EXPECT_EQ(service.connections(), 0);
 }
 

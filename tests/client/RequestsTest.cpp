@@ -19,8 +19,8 @@ TEST(ARequest, AsksForTheFeatureState) {
 
 TEST(ARequest, AsksForTheLoggingState) {
   const FakeService service{Answering(Header(5), Words({0, 1301, 1})), Answering(Header(5), Words({0, 1301, 0}))};
-  EXPECT_TRUE(ClientOf(service.path()).IsLoggingEnabled());
-  EXPECT_FALSE(ClientOf(service.path()).IsLoggingEnabled());
+  EXPECT_TRUE(ClientOf(service.path()).IsLogging());
+  EXPECT_FALSE(ClientOf(service.path()).IsLogging());
 }
 
 TEST(ARequest, LeavesTheMeaninglessFirstWordOfAnAnswerAlone) {
@@ -56,10 +56,10 @@ TEST(ARequest, AsksForTheStatus) {
                                  R"("in_storage":{"count":3,"phishing":2,"undefined":1},)"
                                  R"("state":{"count":7,"phishing":6,"undefined":1}})"
                                  "\n"))};
-  const LogStatus status = ClientOf(service.path()).GetLogStatus();
-  EXPECT_EQ(status.config.maxIndex, 2000);
-  EXPECT_EQ(status.config.maxRecords, 10);
-  EXPECT_EQ(status.config.maxPeriod, 3600);
+  const pyxclient::Status status = ClientOf(service.path()).Status();
+  EXPECT_EQ(status.maxIndex, 2000);
+  EXPECT_EQ(status.maxRecords, 10);
+  EXPECT_EQ(status.maxPeriod, std::chrono::hours(1));
   EXPECT_EQ(status.stored.total, 3);
   EXPECT_EQ(status.stored.byThreat, (std::map<std::string, std::int32_t>{{"phishing", 2}, {"undefined", 1}}));
   EXPECT_EQ(status.reported.total, 7);
@@ -67,41 +67,41 @@ TEST(ARequest, AsksForTheStatus) {
 }
 
 TEST(ARequest, AsksForTheWholeLog) {
-  const FakeService service{Answering(Header(17) + Words({0, 0, 0, kMaxInt, 0, -1}),
+  const FakeService service{Answering(Header(17) + Words({0, 0, 0, kMaxInt, 64, -1}),
                                       LogAnswer(R"({"0":{"threat":"t","timestamp":5,"url":"u"}})"))};
-  const std::vector<Record> records = ClientOf(service.path()).GetLog();
+  const std::vector<Record> records = ReadLog(service.path());
   ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(records[0].index, 0);
   EXPECT_EQ(records[0].url, "u");
   EXPECT_EQ(records[0].threat, "t");
-  EXPECT_EQ(records[0].timestamp, 5);
+  EXPECT_EQ(records[0].time, TimeOf(5));
 }
 
 TEST(ARequest, AsksForAPartOfTheLog) {
   const FakeService service{Answering(Header(17) + Words({0, 0, 100, 200, 5, 7}), Words({-1}))};
-  EXPECT_TRUE(ClientOf(service.path()).GetLog({{100, 200}, 5, 7, false}).empty());
+  EXPECT_TRUE(ReadLog(service.path(), {TimeOf(100), TimeOf(200), 5, 7, false}).empty());
 }
 
 TEST(ARequest, AsksForTheLogFromTheNewestRecordOn) {
-  const FakeService service{Answering(Header(18) + Words({0, 0, 100, 0, 5, 7}), Words({-1}))};
-  EXPECT_TRUE(ClientOf(service.path()).GetLog({{100, 0}, 5, 7, true}).empty());
+  const FakeService service{Answering(Header(18) + Words({0, 0, 100, 200, 5, 7}), Words({-1}))};
+  EXPECT_TRUE(ReadLog(service.path(), {TimeOf(100), TimeOf(200), 5, 7, true}).empty());
 }
 
 TEST(ARequest, CountsEveryRecord) {
   const FakeService service{Answering(Header(20) + Words({0, 0, 0, kMaxInt}), Words({42}))};
-  EXPECT_EQ(ClientOf(service.path()).CountRecords(), 42);
+  EXPECT_EQ(ClientOf(service.path()).Count(), 42);
 }
 
 TEST(ARequest, CountsTheRecordsOfARangeEvenOfOneSecond) {
   const FakeService service{Answering(Header(20) + Words({0, 0, 0, 0}), Words({0})),
                             Answering(Header(20) + Words({0, 0, 7, 7}), Words({1}))};
-  EXPECT_EQ(ClientOf(service.path()).CountRecords({0, 0}), 0);
-  EXPECT_EQ(ClientOf(service.path()).CountRecords({7, 7}), 1);
+  EXPECT_EQ(ClientOf(service.path()).Count(TimeOf(0), TimeOf(0)), 0);
+  EXPECT_EQ(ClientOf(service.path()).Count(TimeOf(7), TimeOf(7)), 1);
 }
 
 TEST(ARequest, ResetsTheLog) {
   const FakeService service{Answering(Header(19), Words({0}))};
-  EXPECT_NO_THROW(ClientOf(service.path()).ResetLog());
+  EXPECT_NO_THROW(ClientOf(service.path()).Reset());
 }
 
 TEST(ARequest, ReadsAnAnswerThatComesByteByByte) {
@@ -109,7 +109,7 @@ TEST(ARequest, ReadsAnAnswerThatComesByteByByte) {
     peer.Read(40);
     peer.Dribble(LogAnswer(R"({"3":{"threat":"t","timestamp":5,"url":"u"}})"));
   }};
-  EXPECT_EQ(ClientOf(service.path()).GetLog().at(0).index, 3);
+  EXPECT_EQ(ReadLog(service.path()).at(0).index, 3);
 }
 
 /// Every socket of the process whose descriptor a program that it starts would inherit.
@@ -138,14 +138,14 @@ TEST(ARequest, HidesItsDescriptorFromStartedPrograms) {
   EXPECT_EQ(during, before);
 }
 
-TEST(AClient, IsUsedByManyThreadsAtOnce) {
+TEST(Clients, OfManyThreadsAreUsedAtOnce) {
   const FakeService service{Answering(Header(20) + Words({0, 0, 0, kMaxInt}), Words({9}))};
-  const Client client = ClientOf(service.path());
   std::vector<std::thread> threads;
   std::atomic<int> sum = 0;
   for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&client, &sum] {
-      for (int call = 0; call < 10; ++call) sum += client.CountRecords();
+    threads.emplace_back([&service, &sum] {
+      Client client = ClientOf(service.path());
+      for (int call = 0; call < 10; ++call) sum += client.Count();
     });
   }
   for (std::thread& thread : threads) thread.join();

@@ -1,0 +1,362 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "Clients.h"
+#include "FakeService.h"
+
+namespace zav::client::test {
+namespace {
+
+using pyxclient::Log;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::int32_t kMaxIndex = 2000;
+constexpr std::size_t kLongestAnswer = 16'777'216;
+
+/// A log that is served by the rules of the service, and changed between the requests.
+class ALog {
+ public:
+  struct Entry {
+    std::string url;
+    std::int32_t timestamp;
+  };
+
+  ALog() : service_({[this](Peer& peer) { Serve(peer); }}) {}
+
+  /// Its url is the number; the second it came at, too.
+  void Add(int number) { Add(std::to_string(number), number); }
+  void Add(const std::string& url, std::int32_t timestamp) {
+    const std::lock_guard guard(mutex_);
+    entries_[++last_] = {url, timestamp};
+  }
+  void AddUpTo(int first, int last) {
+    for (int number = first; number <= last; ++number) Add(number);
+  }
+  void DropOldest(int count = 1) {
+    const std::lock_guard guard(mutex_);
+    for (; count > 0; --count) entries_.erase(entries_.begin());
+  }
+  /// Empties it; the next index is the one after the last.
+  void Reset() {
+    const std::lock_guard guard(mutex_);
+    entries_.clear();
+  }
+  /// Empties it, and counts from 0 again.
+  void ResetAll() {
+    Reset();
+    last_ = -1;
+  }
+  void Renumber() {
+    const std::lock_guard guard(mutex_);
+    std::map<std::int32_t, Entry> renumbered;
+    last_ = -1;
+    for (const auto& [index, entry] : entries_) renumbered[++last_] = entry;
+    entries_ = renumbered;
+  }
+  void SetMaxIndex(std::int32_t maxIndex) { maxIndex_ = maxIndex; }
+
+  std::string path() const { return service_.path(); }
+  int requests() const { return service_.connections(); }
+
+ private:
+  void Serve(Peer& peer) {
+    const std::string request = peer.Read(40);
+    std::int32_t method = 0;
+    std::int32_t fields[4];
+    std::memcpy(&method, request.data() + 12, sizeof(method));
+    std::memcpy(fields, request.data() + 24, sizeof(fields));
+    peer.Send(AnswerTo(method == 18, fields[0], fields[1], fields[2], fields[3]));
+  }
+
+  std::string AnswerTo(bool reverse, std::int32_t from, std::int32_t to, std::int32_t count, std::int32_t start) {
+    const std::lock_guard guard(mutex_);
+    if (to <= from) from = 0;
+    const bool given = start >= 0 && start <= maxIndex_;
+    std::vector<std::int32_t> found;
+    for (const auto& [index, entry] : entries_) {
+      if (given && (reverse ? index > start : index < start)) continue;
+      if (from <= entry.timestamp && entry.timestamp <= to) found.push_back(index);
+    }
+    if (reverse) std::reverse(found.begin(), found.end());
+    if (count > 0 && found.size() > static_cast<std::size_t>(count)) found.resize(static_cast<std::size_t>(count));
+    if (found.empty()) return Words({-1});
+    std::string json;
+    for (const std::int32_t index : found) {
+      json += (json.empty() ? "{\"" : ",\"") + std::to_string(index) + R"(":{"threat":"","timestamp":)" +
+              std::to_string(entries_[index].timestamp) + R"(,"url":")" + entries_[index].url + "\"}";
+    }
+    if (json.size() + 2 > kLongestAnswer) return Words({0, found.back()});
+    return Words({0, found.back()}) + Text(json + "}\n");
+  }
+
+  std::mutex mutex_;
+  std::map<std::int32_t, Entry> entries_;
+  std::int32_t last_ = -1;
+  std::int32_t maxIndex_ = kMaxIndex;
+  FakeService service_;
+};
+
+/// The urls of what a walk gives up to its end; of a long one its length.
+std::vector<std::string> Rest(Log& log) {
+  std::vector<std::string> urls;
+  while (const auto record = log.Next()) {
+    urls.push_back(record->url.size() < 100 ? record->url : std::to_string(record->url.size()));
+  }
+  return urls;
+}
+
+std::vector<std::string> Numbers(int first, int last) {
+  std::vector<std::string> numbers;
+  for (int number = first; number <= last; ++number) numbers.push_back(std::to_string(number));
+  return numbers;
+}
+
+TEST(AWalk, GivesALogOfManyPiecesOnceAndInOrder) {
+  ALog log;
+  log.AddUpTo(0, 1999);
+  EXPECT_EQ(ReadLog(log.path()).size(), 2000U);
+  Client client = ClientOf(log.path());
+  Log forward = client.Log();
+  EXPECT_EQ(Rest(forward), Numbers(0, 1999));
+  Log backward = client.Log({.reverse = true});
+  auto numbers = Numbers(0, 1999);
+  std::reverse(numbers.begin(), numbers.end());
+  EXPECT_EQ(Rest(backward), numbers);
+  EXPECT_LT(log.requests(), 30);
+}
+
+TEST(AWalk, AsksOnceForALogOfOnePiece) {
+  ALog log;
+  log.AddUpTo(0, 62);
+  EXPECT_EQ(ReadLog(log.path()).size(), 63U);
+  EXPECT_EQ(log.requests(), 1);
+}
+
+TEST(AWalk, GivesAsManyRecordsAsWereAskedFor) {
+  ALog log;
+  log.AddUpTo(0, 199);
+  EXPECT_EQ(ReadLog(log.path(), {.maxCount = 100}).size(), 100U);
+  EXPECT_EQ(ReadLog(log.path(), {.maxCount = 100, .startIndex = 150}).size(), 50U);
+  EXPECT_EQ(ReadLog(log.path(), {.maxCount = 100, .startIndex = 150, .reverse = true}).back().index, 51);
+}
+
+TEST(AWalk, ReadsALogThatIsLargerThanAnAnswerInPieces) {
+  ALog log;
+  for (int number = 0; number < 10; ++number) log.Add(std::string(6'000'000, 'u'), number);
+  EXPECT_EQ(ReadLog(log.path()).size(), 10U);
+  EXPECT_EQ(ReadLog(log.path(), {.reverse = true}).size(), 10U);
+}
+
+TEST(AWalk, ReadsLargeRecordsOfWhichOnlyOneFitsIntoAnAnswer) {
+  ALog log;
+  for (int number = 0; number < 3; ++number) log.Add(std::string(16'000'000, 'u'), number);
+  log.Add(3);
+  Client client = ClientOf(log.path());
+  Log forward = client.Log();
+  EXPECT_THAT(Rest(forward), ElementsAre("16000000", "16000000", "16000000", "3"));
+  EXPECT_THAT(Rest(forward), IsEmpty());
+  log.Add(4);
+  EXPECT_THAT(Rest(forward), ElementsAre("4"));
+}
+
+TEST(AWalk, PassesOverARecordThatNoAnswerCanHold) {
+  for (const bool reverse : {false, true}) {
+    ALog log;
+    log.AddUpTo(0, 1);
+    log.Add(std::string(kLongestAnswer, 'u'), 2);
+    log.AddUpTo(3, 4);
+    Client client = ClientOf(log.path());
+    Log walk = client.Log({.reverse = reverse});
+    std::vector<std::string> urls;
+    EXPECT_EQ(FailureOf([&] {
+                while (const auto record = walk.Next()) urls.push_back(record->url);
+              }),
+              Failure::kMalformed);
+    for (const std::string& url : Rest(walk)) urls.push_back(url);
+    if (reverse) std::reverse(urls.begin(), urls.end());
+    EXPECT_THAT(urls, ElementsAre("0", "1", "3", "4"));
+  }
+}
+
+TEST(AWalk, GoesOnAfterItsEndWithWhatCameSince) {
+  ALog log;
+  log.Add(0);
+  Client client = ClientOf(log.path());
+  Log walk = client.Log();
+  EXPECT_THAT(Rest(walk), ElementsAre("0"));
+  EXPECT_THAT(Rest(walk), IsEmpty());
+  log.AddUpTo(1, 2);
+  EXPECT_THAT(Rest(walk), ElementsAre("1", "2"));
+  EXPECT_FALSE(walk.TakeChanged());
+}
+
+TEST(AWalk, OverALogThatIsEmptyAtFirstGivesWhatComes) {
+  ALog log;
+  Client client = ClientOf(log.path());
+  Log walk = client.Resume("");
+  EXPECT_THAT(Rest(walk), IsEmpty());
+  log.Add(0);
+  EXPECT_THAT(Rest(walk), ElementsAre("0"));
+}
+
+TEST(AWalk, StandsWhereItStoodAfterAFailure) {
+  ALog log;
+  log.AddUpTo(0, 99);
+  Client client({.socket = log.path(), .timeout = std::chrono::milliseconds(20000)});
+  Log walk = client.Log();
+  for (int number = 0; number < 64; ++number) ASSERT_TRUE(walk.Next());
+  const std::string cursor = walk.Cursor();
+  Client other = ClientOf("/nowhere");
+  Log resumed = other.Resume(cursor);
+  EXPECT_EQ(FailureOf([&] { resumed.Next(); }), Failure::kNoService);
+  EXPECT_EQ(resumed.Cursor(), cursor);
+  EXPECT_EQ(Rest(walk), Numbers(64, 99));
+}
+
+/// A walk that has given the records 0 to 9 of a log, and is taken up again by its cursor.
+class ACursor : public testing::Test {
+ protected:
+  ACursor() {
+    log.AddUpTo(0, 9);
+    Log walk = client.Resume("");
+    Rest(walk);
+    cursor = walk.Cursor();
+  }
+
+  std::vector<std::string> Resumed() {
+    Log walk = client.Resume(cursor);
+    const auto urls = Rest(walk);
+    changed = walk.TakeChanged();
+    cursor = walk.Cursor();
+    return urls;
+  }
+
+  ALog log;
+  Client client = ClientOf(log.path());
+  std::string cursor;
+  bool changed = false;
+};
+
+TEST_F(ACursor, IsAWordOfAscii) {
+  EXPECT_THAT(cursor, testing::MatchesRegex("pyx1:9:9:[0-9a-f]+"));
+}
+
+TEST_F(ACursor, ResumesWithWhatCameSince) {
+  EXPECT_THAT(Resumed(), IsEmpty());
+  log.AddUpTo(10, 11);
+  EXPECT_THAT(Resumed(), ElementsAre("10", "11"));
+  EXPECT_THAT(Resumed(), IsEmpty());
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(ACursor, ResumesWhereItsRecordIsGoneAndNoneWasLost) {
+  log.DropOldest(10);
+  EXPECT_THAT(Resumed(), IsEmpty());
+  log.AddUpTo(10, 11);
+  EXPECT_THAT(Resumed(), ElementsAre("10", "11"));
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(ACursor, TellsThatRecordsWereDroppedBeforeTheyWereRead) {
+  log.AddUpTo(10, 19);
+  log.DropOldest(15);
+  EXPECT_THAT(Resumed(), ElementsAre("15", "16", "17", "18", "19"));
+  EXPECT_TRUE(changed);
+}
+
+TEST_F(ACursor, FindsItsRecordInALogThatWasNumberedAnew) {
+  log.DropOldest(5);
+  log.AddUpTo(10, 11);
+  log.Renumber();
+  log.Add(12);
+  EXPECT_THAT(Resumed(), ElementsAre("10", "11", "12"));
+  EXPECT_FALSE(changed);
+  log.Add(13);
+  EXPECT_THAT(Resumed(), ElementsAre("13"));
+}
+
+TEST_F(ACursor, FindsItsRecordWhereAnotherHasItsIndexNow) {
+  log.DropOldest(5);
+  log.Renumber();
+  log.AddUpTo(10, 19);
+  EXPECT_EQ(Resumed(), Numbers(10, 19));
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(ACursor, TellsThatTheLogWasNumberedAnewWithoutItsRecord) {
+  log.DropOldest(10);
+  log.AddUpTo(20, 24);
+  log.Renumber();
+  EXPECT_EQ(Resumed(), Numbers(20, 24));
+  EXPECT_TRUE(changed);
+}
+
+TEST_F(ACursor, ResumesAfterAResetThatKeepsTheNumbers) {
+  log.Reset();
+  EXPECT_THAT(Resumed(), IsEmpty());
+  log.AddUpTo(10, 11);
+  EXPECT_THAT(Resumed(), ElementsAre("10", "11"));
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(ACursor, TellsThatTheLogBeganAnew) {
+  log.ResetAll();
+  log.AddUpTo(20, 22);
+  EXPECT_EQ(Resumed(), Numbers(20, 22));
+  EXPECT_TRUE(changed);
+}
+
+TEST_F(ACursor, TellsThatTheLogBeganAnewAndIsLongerThanItWas) {
+  log.ResetAll();
+  log.AddUpTo(20, 39);
+  EXPECT_EQ(Resumed(), Numbers(20, 39));
+  EXPECT_TRUE(changed);
+}
+
+TEST_F(ACursor, AboveTheGreatestIndexOfTheSettingsLosesAndRepeatsNothing) {
+  log.SetMaxIndex(5);
+  EXPECT_THAT(Resumed(), IsEmpty());
+  log.Add(10);
+  EXPECT_THAT(Resumed(), ElementsAre("10"));
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(ACursor, TellsRecordsApartThatDifferInNothingButTheirIndexAsWellAsCanBe) {
+  log.Add("9", 9);
+  EXPECT_THAT(Resumed(), ElementsAre("9"));
+  log.Renumber();
+  EXPECT_THAT(Resumed(), IsEmpty());
+}
+
+TEST(ACursorsText, IsOutOfRangeWhenItIsNone) {
+  Client client = ClientOf("/nowhere");
+  for (const char* text :
+       {"x", "pyx1", "pyx1:", "pyx1:1", "pyx1:1:", "pyx1:-1:5", "pyx1:1:2:", "pyx1:1:2:x", "pyx1:1:2:3:4",
+        "pyx1:1:2:11111111111111111", "pyx1:4294967296:1", " pyx1:1:2", "pyx1:1:2 ", "pyx2:1:2"}) {
+    EXPECT_EQ(FailureOf([&] { client.Resume(text); }), Failure::kOutOfRange) << text;
+  }
+  for (const char* text : {"pyx1:1:2", "pyx1:1:-2", "pyx1:1:2:3", "pyx1:2147483647:2147483647:ffffffffffffffff"}) {
+    EXPECT_EQ(client.Resume(text).Cursor().substr(0, 7), std::string(text).substr(0, 7)) << text;
+  }
+}
+
+TEST(AWalkInReverse, EndsWhenTheLogIsNumberedAnewMeanwhile) {
+  ALog log;
+  log.AddUpTo(0, 199);
+  log.DropOldest(50);
+  Client client = ClientOf(log.path());
+  Log walk = client.Log({.reverse = true});
+  for (int number = 0; number < 64; ++number) ASSERT_TRUE(walk.Next());
+  log.Renumber();
+  EXPECT_THAT(Rest(walk), IsEmpty());
+  EXPECT_TRUE(walk.TakeChanged());
+  EXPECT_EQ(walk.Cursor(), "");
+}
+
+}  // namespace
+}  // namespace zav::client::test
