@@ -2,12 +2,17 @@
 """Changes the plug-in in one small place at a time and looks whether a test notices: mutation.py [COUNT|all] [options].
 
 Comparisons, logical operators, constants and early returns of src/plugin/pyx, policy and ipc are changed. COUNT mutants
-(60 unless given) are drawn evenly from the three folders. Everything happens in a copy below build/mutation; what is
-tested is the project as it stands, committed or not. Ends with 0 when at least 90 % of the mutants were caught.
+are drawn, 60 unless given. Everything happens in a copy below build/mutation; what is tested is the project as it
+stands, committed or not. Each result is kept there: what was tried before is not tried again, but for survivors after a
+change of the tests. Ends with 0 when at least 90 % of the mutants were caught; of those that were not, the ones are
+named that tests/mutation-survivors.txt does not explain.
 """
 import argparse
+import concurrent.futures
 import contextlib
 import filecmp
+import hashlib
+import json
 import os
 import pathlib
 import random
@@ -17,18 +22,19 @@ import signal
 import subprocess
 import sys
 import time
-import xml.etree.ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-COPY = ROOT / "build/mutation/project"
-LOG, RESULTS = ROOT / "build/mutation/log", ROOT / "build/mutation/results.xml"
+WORK = ROOT / "build/mutation"
+COPY, LOG, RESULTS, REACHED = WORK / "project", WORK / "log", WORK / "results", WORK / "reached.json"
+SURVIVORS = ROOT / "tests/mutation-survivors.txt"
+BUILD = COPY / "build/coverage"
 FOLDERS = ("src/plugin/pyx", "src/plugin/policy", "src/plugin/ipc")
-TARGETS = ("unit-tests", "manager-steps-tests")
-ALL_TESTS = "^(" + "|".join(TARGETS) + r")\."
+SUFFIXES = (".cpp", ".h")
+PROGRAMS = ("tests/unit/unit-tests", "tests/steps/manager-steps-tests")
 GOAL = 90
-# A test that takes longer than this without a mutant waits for a deadline of the product's; no mutant is worth that.
-# One that hangs is stopped after its limit, and so caught; the limit of a whole step is only for what nobody foresaw.
-SLOW_S, TEST_LIMIT_S, STEP_LIMIT_S = 5, 20, 1800
+# A test that hangs is stopped after so much more than its own time, and so the mutant is caught; the limit of a step of
+# the build is only for what nobody foresaw.
+TEST_LIMIT_S, SLOW_S, STEP_LIMIT_S, FIRST_TESTS = 20, 10, 1800, 20
 
 TOKEN = re.compile(r"""(?P<skip>//[^\n]*|/\*.*?\*/|^\s*\#[^\n]*|static_assert[^;]*;
                                 |"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])')
@@ -40,13 +46,24 @@ SWAPS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<"
          "&&": ("||",), "||": ("&&",), "true": ("false",), "false": ("true",)}
 
 
+def digest(*parts):
+    return hashlib.sha256("\0".join(parts).encode()).hexdigest()
+
+
+def digest_of(folder):
+    return digest(*(file.read_text() for file in sorted(folder.rglob("*")) if file.suffix in SUFFIXES))
+
+
 class Mutant:
     def __init__(self, path, text, begin, end, new):
         self.path, self.new = path, text[:begin] + new + text[end:]
-        line = text.count("\n", 0, begin) + 1
+        self.line = text.count("\n", 0, begin) + 1
         column = begin - text.rfind("\n", 0, begin)
         change = " ".join(f"{text[begin:end]} -> {new}".split())
-        self.name = f"{path}:{line}:{column}: {change}    [{text.splitlines()[line - 1].strip()}]"
+        source = text.splitlines()[self.line - 1].strip()
+        self.name = f"{path}:{self.line}:{column}: {change}    [{source}]"
+        self.entry = f"{path} | {change} | {source}"
+        self.key = digest(self.name, self.new)
 
 
 def numbers(literal):
@@ -87,28 +104,20 @@ def mutants_of(path):
 
 
 def draw(count, seed):
-    """The mutants of each folder in a random order, and of these so many, the folders taking turns."""
-    rng = random.Random(seed)
-    piles = []
-    for folder in FOLDERS:
-        files = sorted(ROOT.glob(folder + "/**/*.cpp")) + sorted(ROOT.glob(folder + "/**/*.h"))
-        piles.append([each for file in files for each in mutants_of(str(file.relative_to(ROOT)))])
-        rng.shuffle(piles[-1])
-    total = sum(map(len, piles))
-    drawn = []
-    while any(piles) and len(drawn) < count:
-        drawn += [pile.pop() for pile in piles if pile]
-    # Each file is built as seldom as possible; headers, on which most of the tests depend, come last.
-    return sorted(drawn[:int(min(count, total))], key=lambda mutant: (mutant.path.endswith(".h"), mutant.path)), total
+    files = [file for folder in FOLDERS for file in sorted((ROOT / folder).rglob("*")) if file.suffix in SUFFIXES]
+    mutants = [each for file in files for each in mutants_of(str(file.relative_to(ROOT)))]
+    drawn = random.Random(seed).sample(mutants, min(count, len(mutants)))
+    # Neighbours are caught by the same tests; headers, on which most of the tests depend, come last.
+    return sorted(drawn, key=lambda mutant: (mutant.path.endswith(".h"), mutant.path, mutant.line)), len(mutants)
 
 
-def run(*command):
+def run(*command, limit=STEP_LIMIT_S, **more):
     """@return the exit status; None when the time was up. Nothing that was started goes on."""
     with open(LOG, "wb") as log:
         process = subprocess.Popen(command, cwd=COPY, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
-                                   start_new_session=True)
+                                   start_new_session=True, **more)
         try:
-            return process.wait(STEP_LIMIT_S)
+            return process.wait(limit)
         except subprocess.TimeoutExpired:
             return None
         finally:
@@ -118,7 +127,7 @@ def run(*command):
 
 
 def build():
-    return run("cmake", "--build", "--preset", "release", "-j1", "--target", *TARGETS)
+    return run("cmake", "--build", "--preset", "coverage", "-j1", "--target", *map(os.path.basename, PROGRAMS))
 
 
 def copy_changed(source, target):
@@ -134,46 +143,107 @@ def make_copy():
         if not (ROOT / file.relative_to(COPY)).exists():
             file.unlink()
     # A mutant may well leave something unused: a warning is no catch. One that ends without its result is no program.
-    if run("cmake", "--preset", "release", "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF",
-           "-DCMAKE_CXX_FLAGS=-Werror=return-type") != 0 or build() != 0:
+    # What is built is run for seconds: a quick compiler and linker are worth more than quick code.
+    if run("cmake", "--preset", "coverage", "-DCMAKE_COMPILE_WARNING_AS_ERROR=OFF", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
+           "-DCMAKE_CXX_FLAGS=-Werror=return-type", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold",
+           "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST") != 0 or build() != 0:
         sys.exit(f"mutation.py: the project itself does not build, see {LOG}")
 
 
-def test(*arguments, jobs=1):
-    """@return the status of the tests' run, and what became of each."""
-    RESULTS.unlink(missing_ok=True)
-    status = run("ctest", "--preset", "release", f"-j{jobs}", "--output-junit", str(RESULTS), *arguments)
-    return status, list(xml.etree.ElementTree.parse(RESULTS).iter("testcase")) if RESULTS.exists() else []
+def names_of(program):
+    suite = ""
+    for line in subprocess.check_output([BUILD / program, "--gtest_list_tests"], text=True).splitlines():
+        if line.startswith("  "):
+            yield f"{program} {suite}{line.split()[0]}"
+        else:
+            suite = line.split()[0]
 
 
-def slow_tests():
-    """The unit tests that take long without a mutant; all of them have to pass."""
-    status, cases = test("-R", ALL_TESTS, jobs=2)
-    if status != 0:
-        sys.exit(f"mutation.py: the tests fail without a mutant, see {LOG}")
-    return [case.get("name").split("  #")[0] for case in cases if float(case.get("time")) >= SLOW_S]
+def run_test(test, limit, **environment):
+    """Runs a test in a process of its own. What it counts is not needed: it goes with the test's /tmp."""
+    program, name = test.split(" ")
+    return run(BUILD / program, "--gtest_filter=" + name, limit=limit,
+               env={**os.environ, "GCOV_PREFIX": "/tmp/counted", **environment})
 
 
-def suites_of(path):
-    """The tests that are named after a source file: those of <Name>*Test.cpp."""
-    files = ROOT.glob(f"tests/*/{pathlib.Path(path).stem}*Test.cpp")
-    return set(re.findall(r"^TEST(?:_F|_P)?\((\w+),", "".join(file.read_text() for file in files), re.MULTILINE))
+def reached_lines():
+    """@return the places that were reached since the last look, as "file:line"."""
+    counted = list(BUILD.glob("src/**/*.gcda"))
+    reports = subprocess.check_output(["gcov", "--json-format", "--stdout", *counted], cwd=BUILD)
+    for file in counted:
+        file.unlink()
+    return sorted({f"{file['file']}:{line['line_number']}" for report in map(json.loads, reports.splitlines())
+                   for file in report["files"] if file["file"].startswith(FOLDERS)
+                   for line in file["lines"] if line["count"]})
 
 
-def judge(mutant, slow):
-    """@return what became of it and how. The tests of its own class come first, then the others."""
-    if build() != 0:
-        return "not built", ""
-    near = "[./](" + "|".join(suites_of(mutant.path)) + r")\."
-    left_out = "^(" + "|".join(map(re.escape, slow)) + ")( |$)"
-    for tests in ("-R", near, "-E", left_out), ("-R", ALL_TESTS, "-E", left_out + "|" + near):
-        status, cases = test(*tests, "--no-tests=ignore", "--stop-on-failure", "--timeout", str(TEST_LIMIT_S))
-        if status is None:
-            return "killed", "by its time"
-        if status != 0:
-            failed = [case.get("name") for case in cases if case.get("status") == "fail"]
-            return "killed", "by " + (failed or sys.exit(f"mutation.py: no test ran, see {LOG}"))[0]
-    return "survived", ""
+def try_tests(project):
+    """@return each test's seconds and the places that it reaches, once for each state of the project. Without a mutant
+    all pass. Those that reach the least come first."""
+    if REACHED.exists() and (known := json.loads(REACHED.read_text()))["project"] == project:
+        return known["tests"]
+    tests = {}
+    for file in BUILD.glob("src/**/*.gcda"):
+        file.unlink()
+    for test in [test for program in PROGRAMS for test in names_of(program)]:
+        start = time.monotonic()
+        if run_test(test, STEP_LIMIT_S, GCOV_PREFIX="") != 0:
+            sys.exit(f"mutation.py: {test} fails without a mutant, see {LOG}")
+        tests[test] = (time.monotonic() - start, reached_lines())
+    tests = dict(sorted(tests.items(), key=lambda item: len(item[1][1])))
+    REACHED.write_text(json.dumps({"project": project, "tests": tests}))
+    return tests
+
+
+def places_of(mutant):
+    """Where a mutant shows itself: in its line, and where that makes a constant, in all that name it."""
+    lines = mutant.new.splitlines()
+    constant = re.match(r"constexpr [^=({]*\b(\w+)[ {]", lines[mutant.line - 1])
+    shown = [constant and re.search(rf"\b{constant[1]}\b", line) for line in lines]
+    return {f"{mutant.path}:{number}" for number, here in enumerate(shown, 1) if here or number == mutant.line}
+
+
+def first_failure(mutant, tests, order):
+    places = places_of(mutant)
+    # A header's functions may come from an object that does not count.
+    reaching = [test for test in order if places & set(tests[test][1]) and mutant.path.endswith(".cpp")] or order.copy()
+    quick = [test for test in reaching if tests[test][0] < SLOW_S]
+    slow = [test for test in reaching if tests[test][0] >= SLOW_S]
+
+    def fails(test):
+        """One that fails has to do so twice: the machine may have been busy."""
+        limit = TEST_LIMIT_S + 3 * tests[test][0]
+        status = run_test(test, limit)
+        return status is None or status != 0 and run_test(test, limit) != 0
+
+    if caught := next(filter(fails, quick[:FIRST_TESTS]), None):
+        return caught
+    # What lives by now most often survives. Those that take long wait for a deadline of the product's.
+    for rest, jobs in (quick[FIRST_TESTS:], 2), (slow, len(slow) or 1):
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            for test, failed in zip(rest, pool.map(fails, rest)):
+                if failed:
+                    pool.shutdown(cancel_futures=True)
+                    return test
+    return None
+
+
+def judge(mutant, tests, order):
+    """@return what became of it, and by which test. That one stands at the front of `order` then."""
+    file = COPY / mutant.path
+    original = file.read_text()
+    try:
+        file.write_text(mutant.new)
+        if build() != 0:
+            return "not built", None
+        test = first_failure(mutant, tests, order)
+    finally:
+        file.write_text(original)
+    if test is None:
+        return "survived", None
+    order.remove(test)
+    order.insert(0, test)
+    return "killed", test
 
 
 def main():
@@ -189,25 +259,32 @@ def main():
         return 0
 
     make_copy()
-    slow = slow_tests()
+    tests_digest = digest_of(COPY / "tests")
+    tests = try_tests(tests_digest + digest_of(COPY / "src"))
+    known = {}
+    if RESULTS.exists():
+        known = {each["key"]: each for each in map(json.loads, RESULTS.read_text().splitlines())}
+    orders = {mutant.path: list(tests) for mutant in drawn}
     results = {"killed": [], "survived": [], "not built": []}
-    start = time.monotonic()
+    tried, start = 0, time.monotonic()
     for mutant in drawn:
-        file = COPY / mutant.path
-        original = file.read_text()
-        try:
-            file.write_text(mutant.new)
-            result, how = judge(mutant, slow)
-        finally:
-            file.write_text(original)
-        results[result].append(mutant)
-        print(f"{result}: {mutant.name} {how}", flush=True)
+        result = known.get(mutant.key)
+        if not result or result["result"] == "survived" and result["tests"] != tests_digest:
+            what, by = judge(mutant, tests, orders[mutant.path])
+            result = {"key": mutant.key, "tests": tests_digest, "result": what, "mutant": mutant.name, "by": by}
+            tried += 1
+            print(f"{what}: {mutant.name}", f"by {by}" if by else "", flush=True)
+            with open(RESULTS, "a") as file:
+                print(json.dumps(result), file=file)
+        results[result["result"]].append(mutant)
 
-    print("survivors:", *(mutant.name for mutant in results["survived"]), sep="\n  ")
+    listed = SURVIVORS.read_text().splitlines()
+    survivors = sorted({mutant.entry for mutant in results["survived"]})
+    print("survivors that nobody has judged yet:", *(entry for entry in survivors if entry not in listed), sep="\n  ")
     killed, survived, not_built = map(len, results.values())
     caught = 100 * killed / max(killed + survived, 1)
-    print(f"seed {arguments.seed}: {killed + survived} mutants, {killed} killed, {survived} survived, "
-          f"{not_built} not built; {caught:.1f} % caught in {time.monotonic() - start:.0f} s")
+    print(f"seed {arguments.seed}: {killed + survived} mutants, {killed} killed, {survived} survived, {not_built} not "
+          f"built; {caught:.1f} % caught; {tried} tried now in {time.monotonic() - start:.0f} s")
     return 0 if caught >= GOAL else 1
 
 

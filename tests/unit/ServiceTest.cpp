@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -297,6 +298,20 @@ TEST_F(AService, LeavesNoThreadAndNoDescriptorBehind) {
   service.reset();
   EXPECT_TRUE(WaitUntil([&] { return ThreadIds() == threads; }));
   EXPECT_EQ(Descriptors(), descriptors);
+}
+
+TEST_F(AService, RestsWhileItsStopWaitsForAClient) {
+  StoreHugeLog();
+  Start();
+  const auto client = MakeStuckClient(Stuck::kNotReadingItsReply);
+  // How often the thread was asleep: once for each look, of which half a second has ten.
+  rusage before{};
+  rusage after{};
+  ASSERT_EQ(getrusage(RUSAGE_THREAD, &before), 0);
+  service->stop();
+  ASSERT_EQ(getrusage(RUSAGE_THREAD, &after), 0);
+  EXPECT_GT(after.ru_nvcsw, before.ru_nvcsw);
+  EXPECT_LT(after.ru_nvcsw, before.ru_nvcsw + 100);
 }
 
 // One connection
@@ -1107,6 +1122,25 @@ class AWaitingService : public AService {
 TEST_F(AWaitingService, HasNoTimerBeforeItsFirstClient) {
   Start();
   EXPECT_TRUE(Rests());
+  Stop();
+}
+
+TEST_F(AWaitingService, LooksAgainAfterThirtySecondsWhileItWorksForAClient) {
+  std::atomic<bool> thirty{false};
+  const CallHook look(Call::kSelect, [&](const CallArguments& call) -> std::optional<long> {
+    if (call.time == seconds(30)) thirty = true;
+    return std::nullopt;
+  });
+  Start();
+  std::unique_lock busy(State::Instance().Mutex());
+  RawClient client;
+  ASSERT_TRUE(client.SendHeader(Method::kGetPyxState));
+  ASSERT_TRUE(WaitUntil([this] { return ConnectionOf(*service).watch() == seconds(30); }));
+  // One that is refused ends the wait that began before the request was there.
+  RawClient another;
+  EXPECT_TRUE(another.EndsWithoutAnswer());
+  EXPECT_TRUE(WaitUntil([&] { return thirty.load(); }));
+  busy.unlock();
   Stop();
 }
 

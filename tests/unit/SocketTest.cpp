@@ -267,6 +267,18 @@ TEST_F(AConnectedSocket, SendsNoBytesWithAWarningAndReceivesNoBytesSilently) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST(ASocket, NeedsNoDescriptorToSendNoBytes) {
+  Socket socket(kClosedDescriptor);
+  EXPECT_EQ(socket.sendData(0, ""), 0);
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(Line(kWarning, "sendData", kType + " : nothing to send", "SocketSend.cpp")));
+}
+
+TEST_F(AConnectedSocket, SendsOneByte) {
+  ASSERT_EQ(socket->sendData(1, "x"), 0);
+  EXPECT_EQ(PeerReceives(1), "x");
+}
+
 /// Text without a period that a chunk could hide.
 std::string Long(size_t size) {
   std::string text(size, '\0');

@@ -670,6 +670,20 @@ TEST_F(TheLog, FindsAndCountsNoMemberThatIsNoRecord) {
   EXPECT_EQ(state.CountRecords(0, kEver), 2);
 }
 
+TEST_F(TheLog, IsSearchedBackwardsFromIndex0WhereThatIsGiven) {
+  const State& state = Start(LogOf({"0", "5"}, {.lastIndex = 5}));
+  const LogSlice slice = state.FindRecords({.to = kEver, .startIndex = 0}, LogOrder::kNewestFirst);
+  EXPECT_THAT(slice.records.MemberNames(), ElementsAre("0"));
+  EXPECT_EQ(slice.lastIndex, 0);
+}
+
+TEST_F(TheLog, GivesOneRecordWhereNoMoreAreWanted) {
+  const State& state = Start(LogOf({"0", "5"}, {.lastIndex = 5}));
+  const LogSlice slice = state.FindRecords({.to = kEver, .maxCount = 1}, LogOrder::kOldestFirst);
+  EXPECT_THAT(slice.records.MemberNames(), ElementsAre("0"));
+  EXPECT_EQ(slice.lastIndex, 0);
+}
+
 TEST_F(TheLog, ThatWasReadFromTheDatabaseIsSearchedBackwardsFromAFarIndexAtACostOfItsRecords) {
   State& state = Start(LogOf({"0", "5"}, {.maxIndex = INT_MAX, .lastIndex = 5}));
   const auto begin = std::chrono::steady_clock::now();

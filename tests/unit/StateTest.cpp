@@ -147,6 +147,12 @@ TEST_F(AStart, WithLoggingDisabledDropsAllRecordsAndSavesTheStorage) {
   EXPECT_THAT(test::Writes(), ElementsAre("Storage"));
 }
 
+TEST_F(AStart, ThatSavesWhatItResetReportsNoFailure) {
+  PrepareDevice(UsedLog(), "disabled");
+  State::Instance();
+  EXPECT_THAT(LinesFrom(test::kWarning), IsEmpty());
+}
+
 TEST_F(AStart, RemovesTheRecordsThatAreTooOldByNowAndSaves) {
   StoredLog log = UsedLog();
   log.maxLoggingPeriod = 3600;
