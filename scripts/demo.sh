@@ -100,8 +100,8 @@ client 0 '*logged.' report http://shop.example/pay --threat phishing
 title 'The log: forward, backward, and from a point in time on'
 client 0 '*bank.example*game.example*shop.example*' log
 client 0 '*shop.example*game.example*bank.example*' log --reverse
-client 0 '*shop.example*' log --from "$since" --to "$((since + 60))"
-client 0 '2 records' count --from 0 --to "$((since - 1))"
+client 0 '*shop.example*' log --since "@$since" --until "@$((since + 60))"
+client 0 '2 records' count --until "@$((since - 1))"
 client 0 '*3*phishing*2*' status
 client 0 '*"count"*3*' status -o json
 

@@ -8,7 +8,7 @@ Action DeclareCount(CLI::App& command) {
   auto range = std::make_shared<TimeRange>();
   DeclareRange(command, *range);
   return [range](pyxclient::Client& client, const Output& output) {
-    const std::int32_t count = client.Count(TimeOf(range->from), TimeOf(range->to));
+    const std::int32_t count = client.Count(range->from, range->to);
     Json::Value document;
     document["count"] = count;
     output.Write(document,

@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <memory>
 
+#include "Times.h"
 #include "Verbs.h"
 
 namespace zav::pyxctl {
@@ -17,16 +17,8 @@ using Row = std::array<std::string, 5>;
 /// The widest that a text makes its column.
 constexpr std::size_t kWidestColumn = 32;
 
-std::string LocalTime(pyxclient::Time moment) {
-  const std::time_t time = std::chrono::system_clock::to_time_t(moment);
-  std::tm parts{};
-  std::array<char, 32> text{};
-  if (::localtime_r(&time, &parts) == nullptr) return "-";
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
-}
-
 Row RowOf(const Record& record) {
-  return {std::to_string(record.index), LocalTime(record.time), std::to_string(record.time.time_since_epoch().count()),
+  return {std::to_string(record.index), LocalText(record.time), std::to_string(record.time.time_since_epoch().count()),
           Printable(record.threat), Printable(record.url)};
 }
 
@@ -83,8 +75,7 @@ Action DeclareLog(CLI::App& command) {
   DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index");
   command.add_flag("--reverse", asked->reverse, "Show the newest record first");
   return [asked](pyxclient::Client& client, const Output& output) {
-    const Query query{TimeOf(asked->range.from), TimeOf(asked->range.to), asked->maxCount, asked->startIndex,
-                      asked->reverse};
+    const Query query{asked->range.from, asked->range.to, asked->maxCount, asked->startIndex, asked->reverse};
     std::vector<Record> records;
     for (const Record& record : client.Log(query)) records.push_back(record);
     output.Write(DocumentOf(records), [&records](std::ostream& out) { WriteRecords(out, records); });

@@ -3,7 +3,6 @@
 #include <pyxclient/pyxclient.hpp>
 
 #include <functional>
-#include <limits>
 #include <span>
 
 #include "Output.h"
@@ -19,13 +18,9 @@ using Action = std::function<void(pyxclient::Client&, const Output&)>;
 
 /// A stretch of time, both ends included.
 struct TimeRange {
-  std::int32_t from = 0;
-  std::int32_t to = std::numeric_limits<std::int32_t>::max();
+  pyxclient::Time from = pyxclient::kBeginning;
+  pyxclient::Time to = pyxclient::kEnd;
 };
-
-inline pyxclient::Time TimeOf(std::int32_t seconds) {
-  return pyxclient::Time(std::chrono::seconds(seconds));
-}
 
 /// One verb of the command line.
 struct Verb {
@@ -50,7 +45,7 @@ Action DeclareReset(CLI::App& command);
 /// Adds an option that takes a number from 0 up.
 void DeclareNumber(CLI::App& command, const char* name, std::int32_t& number, const char* unit, const char* meaning);
 
-/// Adds the options --from and --to.
+/// Adds the options --since, --until and --last. What they name is counted from the time when they are added.
 void DeclareRange(CLI::App& command, TimeRange& range);
 
 }  // namespace zav::pyxctl

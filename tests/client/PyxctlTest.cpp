@@ -149,7 +149,7 @@ TEST(TheLogVerb, GivesAListTheOtherWayRound) {
       Given(Answering(Header(18) + Words({0, 0, 1, 86400, 2, 10}), LogAnswer(R"({"10":{"threat":"","timestamp":86400,)"
                                                                              R"("url":"u"},"9":{"threat":"",)"
                                                                              R"("timestamp":2,"url":"u"}})")),
-            {"log", "--from", "1", "--to", "86400", "--max", "2", "--start", "10", "--reverse"});
+            {"log", "--since", "@1", "--until", "1970-01-02T00:00:00Z", "--max", "2", "--start", "10", "--reverse"});
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[0]["index"], 10);
   EXPECT_EQ(list[1]["index"], 9);
@@ -165,12 +165,12 @@ TEST(TheLogVerb, GivesAnEmptyList) {
 
 TEST(TheCountVerb, SaysTheNumber) {
   EXPECT_EQ(Said(Answering(Header(20) + Words({0, 0, 0, kMaxInt}), Words({1})), {"count"}), "1 record\n");
-  EXPECT_EQ(Said(Answering(Header(20) + Words({0, 0, 5, 5}), Words({0})), {"count", "--from", "5", "--to", "5"}),
+  EXPECT_EQ(Said(Answering(Header(20) + Words({0, 0, 5, 5}), Words({0})), {"count", "--since", "@5", "--until", "@5"}),
             "0 records\n");
 }
 
 TEST(TheCountVerb, GivesTheNumber) {
-  EXPECT_EQ(Given(Answering(Header(20) + Words({0, 0, 5, kMaxInt}), Words({2})), {"count", "--from", "5"}),
+  EXPECT_EQ(Given(Answering(Header(20) + Words({0, 0, 5, kMaxInt}), Words({2})), {"count", "--since", "@5"}),
             Parsed(R"({"count":2})"));
 }
 
@@ -273,13 +273,14 @@ TEST(ACommandLine, EndsWith2WhenItIsWrong) {
       {"state", "--nonsense"},
       {"report"},
       {"report", "u", "v"},
-      {"log", "--from", "x"},
-      {"log", "--from", "-1"},
-      {"log", "--to", "2147483648"},
+      {"log", "--since", "x"},
+      {"log", "--last", "yesterday"},
+      {"log", "--last", "1h", "--since", "1h"},
+      {"log", "--until", "@2147483648"},
       {"log", "--max", "1.5"},
       {"log", "--start", ""},
-      {"log", "--from", "6", "--to", "5"},
-      {"count", "--from", "6", "--to", "5"},
+      {"log", "--since", "@6", "--until", "@5"},
+      {"count", "--since", "@6", "--until", "@5"},
       {"count", "--max", "5"},
       {"state", "-o", "xml"},
       {"state", "--timeout", "0"},
