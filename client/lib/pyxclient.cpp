@@ -105,7 +105,8 @@ pyx_result Guarded(pyx_client* client, Work work) noexcept {
 
 template <class... Pointers>
 void Expect(const Pointers*... pointers) {
-  if (((pointers == nullptr) || ...)) throw Error(ErrorKind::kOutOfRange, "a pointer is NULL");
+  const bool anyIsNull = ((pointers == nullptr) || ...);
+  if (anyIsNull) throw Error(ErrorKind::kOutOfRange, "a pointer is NULL");
 }
 
 /// A text whose pointer may be NULL only when it has no bytes.

@@ -230,7 +230,7 @@ class ACursor : public testing::Test {
 
   std::vector<std::string> Resumed() {
     Log walk = client.Resume(cursor);
-    const auto urls = Rest(walk);
+    auto urls = Rest(walk);
     changed = walk.TakeChanged();
     cursor = walk.Cursor();
     return urls;

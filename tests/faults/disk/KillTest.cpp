@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <functional>
@@ -40,7 +42,7 @@ class AKill : public testing::Test {
     EXPECT_EQ(integrity, "ok") << when;
     const auto stored = LogInDatabase();
     const bool isAllowed =
-        std::any_of(allowed.begin(), allowed.end(), [&](const auto& log) { return log.Content() == stored; });
+        std::any_of(allowed.begin(), allowed.end(), [&](const auto& each) { return each.Content() == stored; });
     EXPECT_TRUE(isAllowed) << when << ": " << Summary(stored);
     return answers && isAllowed && integrity == "ok";
   }

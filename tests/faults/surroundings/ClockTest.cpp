@@ -1,9 +1,11 @@
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <atomic>
 #include <climits>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
