@@ -155,6 +155,8 @@ INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatMeetsA, testing::Values(kFullDisk
 INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatStartsWithA,
                          testing::Values(kFullDisk, kNoSize, kOnePage, kReadOnlyDisk), NameOf);
 
+// The sanitizer's first look at the type of an exception needs descriptors itself, and takes their want for a wrong type.
+#ifndef __SANITIZE_ADDRESS__
 TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThereAreSome) {
   const LoadedPlugin plugin;
   ASSERT_EQ(Send(NumberedReport(0)), 0);
@@ -175,6 +177,7 @@ TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThere
   EXPECT_EQ(Send(NumberedReport(++number)), 0);
   ExpectOnDisk(After(log, NumberedReport(number)));
 }
+#endif
 
 }  // namespace
 }  // namespace zav::test
