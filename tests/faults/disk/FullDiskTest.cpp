@@ -155,7 +155,8 @@ INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatMeetsA, testing::Values(kFullDisk
 INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatStartsWithA,
                          testing::Values(kFullDisk, kNoSize, kOnePage, kReadOnlyDisk), NameOf);
 
-// The sanitizer's first look at the type of an exception needs descriptors itself, and takes their want for a wrong type.
+// The sanitizer's first look at the type of an exception needs descriptors itself, and takes their want for a wrong
+// type.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThereAreSome) {
   const LoadedPlugin plugin;
