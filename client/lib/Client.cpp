@@ -109,7 +109,7 @@ void ExpectDone(std::int32_t code, std::int32_t last, const char* what) {
   throw Error(ErrorKind::kRejected, what);
 }
 
-ipc::LogPackage PackageOf(const PieceQuery& query) {
+ipc::LogPackage PackageOf(const LogQuery& query) {
   ipc::LogPackage package;
   package.from = query.range.from;
   package.to = query.range.to;
@@ -145,7 +145,7 @@ LogStatus Client::GetLogStatus() const {
   return ReadLogStatus(Ask(options, Request(Method::kGetLogStatus)).Text());
 }
 
-Piece Client::GetPiece(const PieceQuery& query, const Deadline& deadline) const {
+Piece Client::GetPiece(const LogQuery& query, const Deadline& deadline) const {
   Request request(query.reverse ? Method::kGetLogReverse : Method::kGetLog);
   Answer answer = Call(options, request.Add(PackageOf(query)), Repeat::kAlways, deadline).Ask();
   const std::int32_t result = answer.Integer();

@@ -54,8 +54,8 @@ struct LogStatus {
   Tally reported;
 };
 
-/// What one request for records asks for.
-struct PieceQuery {
+/// Which records to read, in which order: what one request asks for, or a whole walk.
+struct LogQuery {
   TimeRange range;
   /// The most records, 0 for all.
   std::int32_t maxCount = 0;
@@ -88,7 +88,7 @@ class Client {
   LogStatus GetLogStatus() const;
   /// For a call that takes several requests.
   Deadline MakeDeadline() const { return Deadline(options.timeout); }
-  Piece GetPiece(const PieceQuery& query, const Deadline& deadline) const;
+  Piece GetPiece(const LogQuery& query, const Deadline& deadline) const;
   std::int32_t CountRecords(const TimeRange& range) const;
   void ResetLog() const;
 

@@ -15,7 +15,7 @@ constexpr std::int32_t kFromTheEnd = -1;
 
 }  // namespace
 
-Walk::Walk(const Client& walkClient, const WalkQuery& walkQuery)
+Walk::Walk(const Client& walkClient, const LogQuery& walkQuery)
     : client(walkClient), query(walkQuery), deadline(client.MakeDeadline()), pieceSize(kFirstPieceSize) {
   Check(query.range);
   if (query.maxCount < 0) throw Error(ErrorKind::kOutOfRange, "the number of records is negative");
@@ -23,7 +23,7 @@ Walk::Walk(const Client& walkClient, const WalkQuery& walkQuery)
   if (query.maxCount > 0) pieceSize = std::min(pieceSize, query.maxCount);
 }
 
-Walk::Walk(const Client& walkClient, const Cursor& cursor) : Walk(walkClient, WalkQuery()) {
+Walk::Walk(const Client& walkClient, const Cursor& cursor) : Walk(walkClient, LogQuery()) {
   position = cursor;
   isComplete = true;
 }

@@ -10,16 +10,6 @@
 
 namespace zav::client {
 
-/// Which records a walk gives, in which order.
-struct WalkQuery {
-  TimeRange range;
-  /// The most records, 0 for all.
-  std::int32_t maxCount = 0;
-  /// -1: the oldest record, or the newest in reverse.
-  std::int32_t startIndex = -1;
-  bool reverse = false;
-};
-
 /// Reads the log in pieces that fit into one answer, and finds its place again when the log changes between them.
 ///
 /// Each piece is asked for from the record on that the walk stands at: whether that is there still tells whether the
@@ -35,7 +25,7 @@ class Walk {
   };
 
   /// @param walkClient  must outlive this. Throws `kOutOfRange` for what is no query.
-  Walk(const Client& walkClient, const WalkQuery& walkQuery);
+  Walk(const Client& walkClient, const LogQuery& walkQuery);
   /// Over what came after a cursor.
   Walk(const Client& walkClient, const Cursor& cursor);
 
@@ -65,7 +55,7 @@ class Walk {
   bool IsBehind(std::int32_t index) const;
 
   const Client& client;
-  WalkQuery query;
+  LogQuery query;
   /// That of the step that is being made.
   Deadline deadline;
   Cursor position;

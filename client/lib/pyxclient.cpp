@@ -253,7 +253,7 @@ pyx_result pyx_log_open(pyx_client* client, const pyx_query* query, pyx_log** lo
   return Guarded(client, [&] {
     Expect(query, log);
     const auto& [from, to, maxCount, startIndex, reverse] = *query;
-    Open(*client, zav::client::WalkQuery{{from, to}, maxCount, startIndex, reverse != 0}, log);
+    Open(*client, zav::client::LogQuery{{from, to}, maxCount, startIndex, reverse != 0}, log);
     return PYX_OK;
   });
 }
