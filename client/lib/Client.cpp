@@ -155,6 +155,7 @@ Piece Client::GetPiece(const LogQuery& query, const Deadline& deadline) const {
   piece.lastIndex = answer.Integer();
   // The service ends the connection in place of a text that is longer than it may send.
   if (answer.HasEnded()) {
+    if (piece.lastIndex < 0) throw Error(ErrorKind::kMalformed, "the service's answer names no record");
     piece.isTooLarge = true;
     return piece;
   }

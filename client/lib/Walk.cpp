@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -75,6 +76,7 @@ Walk::Step Walk::FetchBehindPosition() {
 
 /// Where the record at the position is too large to come along. It may be one that no answer can hold.
 Walk::Step Walk::FetchOneBehindPosition() {
+  if (!query.reverse && position.index == std::numeric_limits<std::int32_t>::max()) return Step::kEnd;
   Piece answer = AskFor(position.index + (query.reverse ? -1 : 1), 1, query.reverse);
   if (answer.isTooLarge) PassTooLarge(answer.lastIndex);
   if (!answer.records.empty() && IsBehind(answer.records.front().index)) return Take(std::move(answer.records));
@@ -150,6 +152,8 @@ Piece Walk::Ask(std::int32_t startIndex, std::int32_t extra) {
 }
 
 Piece Walk::AskFor(std::int32_t startIndex, std::int32_t count, bool reverse) {
+  // Also after a request that fails.
+  mayHaveMore = true;
   Piece answer = client.GetPiece({query.range, count, startIndex, reverse}, deadline);
   const bool isFull = count != kNoLimit && answer.records.size() >= static_cast<std::size_t>(count);
   mayHaveMore = isFull || answer.isTooLarge;

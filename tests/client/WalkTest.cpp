@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <mutex>
 
@@ -331,6 +332,23 @@ TEST_F(ACursor, TellsRecordsApartThatDifferInNothingButTheirIndexAsWellAsCanBe) 
   EXPECT_THAT(Resumed(), ElementsAre("9"));
   log.Renumber();
   EXPECT_THAT(Resumed(), IsEmpty());
+}
+
+TEST(AHostileService, CannotLeadAWalkBeyondTheLastIndex) {
+  constexpr std::int32_t kMaxInt = std::numeric_limits<std::int32_t>::max();
+  for (const std::int32_t last : {-1, kMaxInt}) {
+    // Every answer ends where its text should be.
+    const FakeService service{[last](Peer& peer) {
+      peer.Read(40);
+      peer.Send(Words({0, last}));
+    }};
+    Client client = ClientOf(service.path());
+    Log walk = client.Log();
+    EXPECT_EQ(FailureOf([&] { walk.Next(); }), Failure::kMalformed);
+    if (last == kMaxInt) {
+      EXPECT_FALSE(walk.Next());
+    }
+  }
 }
 
 TEST(ACursorsText, IsOutOfRangeWhenItIsNone) {

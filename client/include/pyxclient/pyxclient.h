@@ -5,8 +5,9 @@
  *   if (pyx_report(client, "http://a.example", 16, "phishing", 8) != PYX_OK) puts(pyx_client_message(client));
  *   pyx_client_free(client);
  *
- * Every call is one request on a connection of its own and leaves nothing open: between calls a client is only its
- * settings. No function writes anything, changes a signal's handler, ends the process or throws.
+ * Every call is one request, or a few of a walk over the log, each on a connection of its own, and leaves nothing open:
+ * between calls a client is only its settings. No function writes anything, changes a signal's handler, ends the
+ * process or throws.
  *
  * Deadlines. Every call returns by the client's deadline, 5 s after its beginning unless set, on the monotonic clock.
  * The service takes one connection at a time and refuses those that come meanwhile: a refused request is sent again,
@@ -196,8 +197,7 @@ typedef struct pyx_record {
   size_t threat_size;
 } pyx_record;
 
-/* A walk over the records. It asks for them in pieces that fit into one answer, each within the client's deadline, and
-   holds one piece in memory. */
+/* A walk over the records. It asks for them in pieces that fit into one answer, and holds one piece in memory. */
 typedef struct pyx_log pyx_log;
 
 /* Begins a walk; sends nothing yet. *log is to be closed before its client is freed, and NULL after a failure.
