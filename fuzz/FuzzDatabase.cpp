@@ -67,7 +67,8 @@ void UsePlainFiles() {
   };
   replace("fcntl", GetEveryLock);
   // Root would give each file to the owner of the database.
-  replace("geteuid", +[]() -> uid_t { return 1; });
+  replace(
+      "geteuid", +[]() -> uid_t { return 1; });
   plain.zName = "plain";
   plain.xFullPathname = [](sqlite3_vfs* /*vfs*/, const char* path, int size, char* full) {
     return std::snprintf(full, static_cast<std::size_t>(size), "%s", path) < size ? SQLITE_OK : SQLITE_CANTOPEN;
