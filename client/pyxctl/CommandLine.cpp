@@ -5,14 +5,12 @@
 #include <iostream>
 #include <map>
 
+#include "Text.h"
+
 namespace zav::pyxctl {
 namespace {
 
 constexpr const char* kDescription = "Talks to the threat log plug-in of the device policy manager.";
-constexpr const char* kFooter =
-    "Exit status: 0 done, 1 the service said no, 2 usage, 3 no service, no answer within the deadline, or the outcome\n"
-    "of a report is unknown, 4 this machine failed (output, memory). 'pyxctl VERB --help' shows a verb's options.";
-
 constexpr double kShortestTimeout = 0.001;
 constexpr double kLongestTimeout = 86400;
 
@@ -20,8 +18,13 @@ constexpr double kLongestTimeout = 86400;
 struct Declared {
   std::string socketPath = PYX_DEFAULT_SOCKET;
   double timeout = PYX_DEFAULT_TIMEOUT / 1000.0;
-  std::string format = "human";
-  std::map<const CLI::App*, Action> actions;
+  std::string format;
+  bool isUnpaged = false;
+  struct OfVerb {
+    Action action;
+    Format format;
+  };
+  std::map<const CLI::App*, OfVerb> verbs;
 };
 
 /// What is no number at all ("nan") is not in range either.
@@ -34,14 +37,14 @@ void DeclareCommon(CLI::App& app, Declared& declared) {
   app.add_option("--timeout", declared.timeout, "How long to wait for the answer in all")
       ->capture_default_str()
       ->type_name("SECONDS");
-  app.add_option("-o,--output", declared.format, "The result's form: for a person or for a program")
-      ->check(CLI::IsMember({"human", "json"}))
-      ->capture_default_str()
-      ->type_name("FORMAT");
+  app.add_option("-o,--output", declared.format, "The result's form: human (default), json, ndjson or csv")
+      ->check(CLI::IsMember(FormatNames()).description(""))
+      ->type_name(kFormatUnit);
+  app.add_flag("--no-pager", declared.isUnpaged, "Show a long result on the terminal as it is");
 }
 
 void Declare(CLI::App& app, Declared& declared) {
-  app.footer(kFooter);
+  app.footer(kExitStatusHelp);
   app.set_version_flag("--version", PYXCTL_VERSION);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   // The common options may stand after the verb too.
@@ -49,8 +52,8 @@ void Declare(CLI::App& app, Declared& declared) {
   app.require_subcommand(0, 1);
   DeclareCommon(app, declared);
   for (const Verb& verb : Verbs()) {
-    CLI::App* command = app.add_subcommand(verb.name, verb.summary)->group("Verbs");
-    declared.actions[command] = verb.declare(*command);
+    CLI::App* command = app.add_subcommand(verb.name, verb.summary)->group(verb.isHidden ? "" : "Verbs");
+    declared.verbs[command] = {verb.declare(*command), verb.format};
   }
 }
 
@@ -61,8 +64,10 @@ Command CommandOf(const CLI::App& app, const Declared& declared) {
   Command command;
   command.options.socket = declared.socketPath;
   command.options.timeout = std::chrono::milliseconds(std::llround(std::ceil(declared.timeout * 1000)));
-  command.format = declared.format == "json" ? Format::kJson : Format::kHuman;
-  command.action = declared.actions.at(verbs.front());
+  const auto& [action, usualFormat] = declared.verbs.at(verbs.front());
+  command.format = declared.format.empty() ? usualFormat : FormatNames().at(declared.format);
+  command.isPaged = !declared.isUnpaged;
+  command.action = action;
   return command;
 }
 
@@ -77,10 +82,18 @@ Command Leave(const CLI::App& app, const CLI::ParseError& error) {
   return command;
 }
 
+constexpr const char* kName = "pyxctl";
+
 }  // namespace
 
+const std::map<std::string, Format>& FormatNames() {
+  static const std::map<std::string, Format> kNames = {
+      {"human", Format::kHuman}, {"json", Format::kJson}, {"ndjson", Format::kNdjson}, {"csv", Format::kCsv}};
+  return kNames;
+}
+
 Command ReadCommandLine(int argc, const char* const* argv) {
-  CLI::App app(kDescription, "pyxctl");
+  CLI::App app(kDescription, kName);
   Declared declared;
   Declare(app, declared);
   try {
@@ -89,6 +102,13 @@ Command ReadCommandLine(int argc, const char* const* argv) {
   } catch (const CLI::ParseError& error) {
     return Leave(app, error);
   }
+}
+
+void ShowCommandLine(const std::function<void(const CLI::App&)>& look) {
+  CLI::App app(kDescription, kName);
+  Declared declared;
+  Declare(app, declared);
+  look(app);
 }
 
 void Complain(const std::string& message) {

@@ -2,35 +2,32 @@
 
 #include <pyxclient/pyxclient.hpp>
 
+#include <functional>
+#include <map>
+#include <string>
+
 #include "Verbs.h"
 
 namespace zav::pyxctl {
-
-/// The exit statuses of the program.
-enum class ExitStatus {
-  kDone = 0,
-  /// The service answered that it did not do what was asked.
-  kRejected = 1,
-  kUsage = 2,
-  /// No service, no answer within the deadline, an answer that cannot be read, or a report whose outcome is not known.
-  kNoAnswer = 3,
-  /// This machine could not do its part: the output could not be written, or it is out of memory or descriptors.
-  kLocalFailure = 4,
-};
 
 /// What the command line asks for.
 struct Command {
   pyxclient::Options options;
   Format format = Format::kHuman;
+  bool isPaged = true;
   /// Empty when there is nothing to do but to leave with `status`: the help was shown, or an error.
   Action action;
   ExitStatus status = ExitStatus::kDone;
 };
 
+/// What --output takes, and the word that stands for that in the help.
+const std::map<std::string, Format>& FormatNames();
+inline constexpr const char* kFormatUnit = "FORMAT";
+
 /// Reads the command line; shows the help on standard output and what is wrong with it on standard error.
 Command ReadCommandLine(int argc, const char* const* argv);
 
-/// Writes `message`, made printable, as one line on standard error.
-void Complain(const std::string& message);
+/// Gives `look` the whole tree of commands, as it is declared.
+void ShowCommandLine(const std::function<void(const CLI::App&)>& look);
 
 }  // namespace zav::pyxctl

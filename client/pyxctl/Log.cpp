@@ -1,9 +1,9 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <memory>
 
-#include "Times.h"
+#include "Options.h"
+#include "Records.h"
+#include "Selection.h"
 #include "Verbs.h"
 
 namespace zav::pyxctl {
@@ -12,73 +12,48 @@ namespace {
 using pyxclient::Query;
 using pyxclient::Record;
 
-using Row = std::array<std::string, 5>;
+struct Asked {
+  Selection selection;
+  /// The newest so many; 0 for all.
+  std::size_t lines = 0;
+  std::optional<std::int32_t> startIndex;
+  bool reverse = false;
+};
 
-/// The widest that a text makes its column.
-constexpr std::size_t kWidestColumn = 32;
-
-Row RowOf(const Record& record) {
-  return {std::to_string(record.index), LocalText(record.time), std::to_string(record.time.time_since_epoch().count()),
-          Printable(record.threat), Printable(record.url)};
-}
-
-void WriteTable(std::ostream& out, const std::vector<Row>& rows) {
-  Row::size_type column = 0;
-  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
-  for (std::size_t& width : widths) {
-    for (const Row& row : rows) width = std::max(width, std::min(kWidestColumn, Width(row[column])));
-    ++column;
+/// The records in the order that was asked for. The newest ones are looked for from the newest on.
+std::vector<Record> Read(pyxclient::Client& client, const Asked& asked) {
+  const bool isBackward = asked.reverse || asked.lines > 0;
+  std::vector<Record> records;
+  for (const Record& record :
+       client.Log({asked.selection.range.from, asked.selection.range.to, 0, asked.startIndex, isBackward})) {
+    if (!asked.selection.HoldsText(record)) continue;
+    records.push_back(record);
+    if (records.size() == asked.lines) break;
   }
-  widths.back() = 0;
-  for (const Row& row : rows) {
-    for (column = 0; column < row.size(); ++column) {
-      out << (column == 0 ? "" : "  ") << Padded(row[column], widths[column]);
-    }
-    out << '\n';
-  }
-}
-
-void WriteRecords(std::ostream& out, const std::vector<Record>& records) {
-  if (records.empty()) {
-    out << "no records\n";
-    return;
-  }
-  std::vector<Row> rows = {{"INDEX", "TIME", "SECONDS", "THREAT", "URL"}};
-  std::transform(records.begin(), records.end(), std::back_inserter(rows), RowOf);
-  WriteTable(out, rows);
-}
-
-Json::Value DocumentOf(const std::vector<Record>& records) {
-  Json::Value document(Json::arrayValue);
-  for (const Record& record : records) {
-    Json::Value& member = document.append(Json::objectValue);
-    member["index"] = record.index;
-    member["url"] = record.url;
-    member["threat"] = record.threat;
-    member["timestamp"] = static_cast<Json::Int64>(record.time.time_since_epoch().count());
-  }
-  return document;
+  if (isBackward != asked.reverse) std::reverse(records.begin(), records.end());
+  return records;
 }
 
 }  // namespace
 
 Action DeclareLog(CLI::App& command) {
-  struct Asked {
-    TimeRange range;
-    std::int32_t maxCount = 0;
-    std::int32_t startIndex = -1;
-    bool reverse = false;
-  };
   auto asked = std::make_shared<Asked>();
-  DeclareRange(command, asked->range);
-  DeclareNumber(command, "--max", asked->maxCount, "NUMBER", "Show at most so many records (default: all)");
-  DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index");
-  command.add_flag("--reverse", asked->reverse, "Show the newest record first");
-  return [asked](pyxclient::Client& client, const Output& output) {
-    const Query query{asked->range.from, asked->range.to, asked->maxCount, asked->startIndex, asked->reverse};
-    std::vector<Record> records;
-    for (const Record& record : client.Log(query)) records.push_back(record);
-    output.Write(DocumentOf(records), [&records](std::ostream& out) { WriteRecords(out, records); });
+  DeclareSelection(command, asked->selection);
+  CLI::Option* const lines =
+      DeclareNumber(command, "-n,--lines", asked->lines, "NUMBER", "Show the newest so many (default: all)", 1);
+  DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index")->excludes(lines);
+  command.add_flag("-r,--reverse", asked->reverse, "Show the newest record first");
+  return [asked](Session& session) {
+    const std::vector<Record> records = Read(session.client, *asked);
+    Json::Value document;
+    Json::Value& list = document["records"] = Json::Value(Json::arrayValue);
+    std::vector<Json::Value> rows;
+    std::transform(records.begin(), records.end(), std::back_inserter(rows), RowOf);
+    for (const Json::Value& row : rows) list.append(row);
+    session.output.Page();
+    session.output.WriteRows(kRecordColumns, rows, document,
+                             [&](std::ostream& out) { WriteRecords(out, records, session.output.terminal()); });
+    return ExitStatus::kDone;
   };
 }
 

@@ -1,15 +1,9 @@
-#include "Verbs.h"
+#include "Switch.h"
 
 namespace zav::pyxctl {
 
 Action DeclareLogging(CLI::App& /*command*/) {
-  return [](pyxclient::Client& client, const Output& output) {
-    Json::Value document;
-    const bool enabled = client.IsLogging();
-    document["enabled"] = enabled;
-    output.Write(document,
-                 [enabled](std::ostream& out) { out << "Logging is " << (enabled ? "enabled" : "disabled") << ".\n"; });
-  };
+  return ShowSwitch(&pyxclient::Client::IsLogging, "Logging");
 }
 
 }  // namespace zav::pyxctl

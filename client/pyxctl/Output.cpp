@@ -2,89 +2,107 @@
 
 #include <json/writer.h>
 
-#include <algorithm>
-#include <array>
-#include <cwchar>
-#include <cwctype>
+#include <string_view>
+
+#include "Text.h"
 
 namespace zav::pyxctl {
 namespace {
 
-struct CodePoints {
-  wchar_t first;
-  wchar_t last;
-};
+constexpr const char* kVersionKey = "schema_version";
 
-/// Printable to the system, but able to make a line read as another: soft hyphen, zero width and directional marks,
-/// invisible operators and tags.
-constexpr std::array kDeceptive = {
-    CodePoints{0x00AD, 0x00AD}, CodePoints{0x061C, 0x061C}, CodePoints{0x180E, 0x180E},
-    CodePoints{0x200B, 0x200F}, CodePoints{0x2028, 0x202E}, CodePoints{0x2060, 0x206F},
-    CodePoints{0xFEFF, 0xFEFF}, CodePoints{0xFFF9, 0xFFFB}, CodePoints{0xE0000, 0xE007F}};
-
-bool IsPrintable(wchar_t c) {
-  const auto holds = [c](const CodePoints& range) { return range.first <= c && c <= range.last; };
-  return std::iswprint(static_cast<std::wint_t>(c)) != 0 && std::none_of(kDeceptive.begin(), kDeceptive.end(), holds);
+/// One line of ASCII.
+std::string JsonText(const Json::Value& value) {
+  static const Json::StreamWriterBuilder kOnOneLine = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["precision"] = 6;
+    return builder;
+  }();
+  std::string text = Json::writeString(kOnOneLine, value);
+  // The one control character that the writer leaves as it is.
+  for (auto at = text.find('\x7f'); at != std::string::npos; at = text.find('\x7f', at)) {
+    text.replace(at, 1, "\\u007f");
+  }
+  return text;
 }
 
-/// The bytes at the head of `text` that make one printable character, 0 when there is none.
-std::size_t PrintableHead(std::string_view text) {
-  wchar_t c = 0;
-  std::mbstate_t state{};
-  const std::size_t size = std::mbrtowc(&c, text.data(), text.size(), &state);
-  return size <= text.size() && IsPrintable(c) ? size : 0;
+Json::Value WithVersion(Json::Value object) {
+  object[kVersionKey] = kSchemaVersion;
+  return object;
 }
 
-std::string Escaped(char byte) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  const auto value = static_cast<unsigned char>(byte);
-  return {'\\', 'x', kDigits[value >> 4U], kDigits[value & 0xFU]};
+/// A text as a cell: printable, nothing that a spreadsheet takes for a formula, and in quotes where a comma or a quote
+/// would end it.
+std::string Cell(const std::string& text) {
+  constexpr std::string_view kFormulaBeginnings = "=+-@";
+  std::string cell = Printable(text);
+  if (!cell.empty() && kFormulaBeginnings.find(cell.front()) != std::string_view::npos) {
+    cell.replace(0, 1, Escaped(cell.front()));
+  }
+  if (cell.find_first_of("\", ") == std::string::npos) return cell;
+  std::string quoted = "\"";
+  for (const char each : cell) quoted += each == '"' ? std::string("\"\"") : std::string(1, each);
+  return quoted + '"';
+}
+
+std::string CellOf(const Json::Value& value) {
+  return value.isString() ? Cell(value.asString()) : JsonText(value);
 }
 
 }  // namespace
 
-std::string Printable(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  while (!text.empty()) {
-    const std::size_t head = PrintableHead(text);
-    if (text.front() == '\\') {
-      result += "\\\\";
-    } else if (head == 0) {
-      result += Escaped(text.front());
-    } else {
-      result += text.substr(0, head);
-    }
-    text.remove_prefix(std::max<std::size_t>(head, 1));
-  }
-  return result;
+void Output::Page() {
+  if (!mayPage_ || format_ != Format::kHuman || !terminal_.isTerminal || pager_ != nullptr) return;
+  pager_ = Pager::Start();
+  // The pager cuts lines at its width by itself, and shows the rest of them.
+  if (pager_ != nullptr) terminal_.width = 0;
 }
 
-std::size_t Width(const std::string& text) {
-  std::size_t width = 0;
-  std::mbstate_t state{};
-  for (const char* next = text.c_str(); *next != '\0';) {
-    wchar_t c = 0;
-    const std::size_t size = std::mbrtowc(&c, next, text.size(), &state);
-    if (size > text.size()) return text.size();
-    width += static_cast<std::size_t>(std::max(::wcwidth(c), 0));
-    next += size;
-  }
-  return width;
+void Output::WriteRow(Columns columns, const Json::Value& row, const Human& human) {
+  if (format_ == Format::kHuman) return human(stream_);
+  BeginRows(columns);
+  WriteOnlyRow(columns, row);
 }
 
-std::string Padded(const std::string& text, std::size_t width) {
-  return text + std::string(width - std::min(width, Width(text)), ' ');
+void Output::WriteRows(Columns columns, const std::vector<Json::Value>& rows, const Json::Value& document,
+                       const Human& human) {
+  if (format_ == Format::kHuman) return human(stream_);
+  if (format_ == Format::kJson) {
+    stream_ << JsonText(WithVersion(document)) << '\n';
+    return;
+  }
+  BeginRows(columns);
+  for (const Json::Value& row : rows) WriteOnlyRow(columns, row);
 }
 
-void Output::Write(const Json::Value& document, const std::function<void(std::ostream&)>& human) const {
-  if (format_ == Format::kHuman) {
-    human(stream_);
-  } else {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    stream_ << Json::writeString(builder, document) << '\n';
+void Output::BeginRows(Columns columns) {
+  if (format_ == Format::kCsv) WriteHeader(columns);
+}
+
+void Output::AddRow(Columns columns, const Json::Value& row, const Human& human) {
+  if (format_ == Format::kHuman) return human(stream_);
+  WriteOnlyRow(columns, row);
+}
+
+bool Output::Flush() {
+  return static_cast<bool>(stream_.flush());
+}
+
+void Output::WriteHeader(Columns columns) {
+  stream_ << kVersionKey;
+  for (const char* column : columns) stream_ << ',' << column;
+  stream_ << '\n';
+}
+
+void Output::WriteOnlyRow(Columns columns, const Json::Value& row) {
+  if (format_ != Format::kCsv) {
+    stream_ << JsonText(WithVersion(row)) << '\n';
+    return;
   }
+  stream_ << kSchemaVersion;
+  for (const char* column : columns) stream_ << ',' << CellOf(row[column]);
+  stream_ << '\n';
 }
 
 }  // namespace zav::pyxctl

@@ -9,6 +9,7 @@ namespace {
 struct Visit {
   std::string url;
   std::string threat;
+  bool atLeastOnce = false;
 };
 
 }  // namespace
@@ -19,11 +20,17 @@ Action DeclareReport(CLI::App& command) {
       ->required()
       ->type_name("");
   command.add_option("--threat", visit->threat, "What kind of threat it is (default: undefined)")->type_name("NAME");
-  return [visit](pyxclient::Client& client, const Output& output) {
-    client.Report(visit->url, visit->threat);
-    Json::Value document;
-    document["logged"] = true;
-    output.Write(document, [](std::ostream& out) { out << "The report is logged.\n"; });
+  command.add_flag("--at-least-once", visit->atLeastOnce,
+                   "Report it again where nothing tells whether it was logged; it may be logged twice then");
+  return [visit](Session& session) {
+    static constexpr const char* kColumns[] = {"logged"};
+    pyxclient::Options options = session.options;
+    options.atLeastOnce = visit->atLeastOnce;
+    pyxclient::Client(options).Report(visit->url, visit->threat);
+    Json::Value row;
+    row["logged"] = true;
+    session.output.WriteRow(kColumns, row, [](std::ostream& out) { out << "The report is logged.\n"; });
+    return ExitStatus::kDone;
   };
 }
 

@@ -1,3 +1,4 @@
+#include "Text.h"
 #include "Verbs.h"
 
 namespace zav::pyxctl {
@@ -6,27 +7,52 @@ namespace {
 using pyxclient::Status;
 using pyxclient::Tally;
 
-/// The widest that a name makes its column.
-constexpr std::size_t kNameColumn = 32;
+constexpr const char* kColumns[] = {"section", "name", "value"};
+
+Json::Value RowOf(const char* section, const std::string& name, std::int64_t value) {
+  Json::Value row;
+  row["section"] = section;
+  row["name"] = name;
+  row["value"] = static_cast<Json::Int64>(value);
+  return row;
+}
+
+/// The sections of the tallies tell a kind of threat that is named "total" from the total.
+std::vector<Json::Value> RowsOf(const Status& status) {
+  std::vector<Json::Value> rows = {
+      RowOf("settings", "max_records", status.maxRecords), RowOf("settings", "max_period", status.maxPeriod.count()),
+      RowOf("settings", "max_index", status.maxIndex), RowOf("stored", "total", status.stored.total),
+      RowOf("reported", "total", status.reported.total)};
+  for (const auto& [threat, count] : status.stored.byThreat) rows.push_back(RowOf("stored_threats", threat, count));
+  for (const auto& [threat, count] : status.reported.byThreat) rows.push_back(RowOf("reported_threats", threat, count));
+  return rows;
+}
 
 Json::Value DocumentOf(const Tally& tally) {
   Json::Value document;
-  for (const auto& [threat, count] : tally.byThreat) document[threat] = count;
-  document["count"] = tally.total;
+  document["total"] = tally.total;
+  Json::Value& threats = document["threats"] = Json::Value(Json::arrayValue);
+  for (const auto& [threat, count] : tally.byThreat) {
+    Json::Value& member = threats.append(Json::objectValue);
+    member["threat"] = threat;
+    member["count"] = count;
+  }
   return document;
 }
 
 Json::Value DocumentOf(const Status& status) {
   Json::Value document;
-  document["config"]["max_index"] = status.maxIndex;
-  document["config"]["max_file_size"] = status.maxRecords;
-  document["config"]["max_logging_period"] = static_cast<Json::Int64>(status.maxPeriod.count());
-  document["in_storage"] = DocumentOf(status.stored);
-  document["state"] = DocumentOf(status.reported);
+  document["settings"]["max_records"] = status.maxRecords;
+  document["settings"]["max_period"] = static_cast<Json::Int64>(status.maxPeriod.count());
+  document["settings"]["max_index"] = status.maxIndex;
+  document["stored"] = DocumentOf(status.stored);
+  document["reported"] = DocumentOf(status.reported);
   return document;
 }
 
 void WriteTally(std::ostream& out, const char* title, const Tally& tally) {
+  // Wide enough for most names of threats.
+  constexpr std::size_t kNameColumn = 32;
   out << title << tally.total << '\n';
   for (const auto& [threat, count] : tally.byThreat) {
     out << "  " << Padded(Printable(threat), kNameColumn) << ' ' << count << '\n';
@@ -44,9 +70,12 @@ void WriteStatus(std::ostream& out, const Status& status) {
 }  // namespace
 
 Action DeclareStatus(CLI::App& /*command*/) {
-  return [](pyxclient::Client& client, const Output& output) {
-    const Status status = client.Status();
-    output.Write(DocumentOf(status), [&status](std::ostream& out) { WriteStatus(out, status); });
+  return [](Session& session) {
+    const Status status = session.client.Status();
+    session.output.Page();
+    session.output.WriteRows(kColumns, RowsOf(status), DocumentOf(status),
+                             [&status](std::ostream& out) { WriteStatus(out, status); });
+    return ExitStatus::kDone;
   };
 }
 

@@ -5,6 +5,7 @@
 #include <functional>
 #include <span>
 
+#include "Exit.h"
 #include "Output.h"
 
 namespace CLI {
@@ -13,14 +14,15 @@ class App;
 
 namespace zav::pyxctl {
 
-/// What a verb does once the command line is read: one call of the client, and its result to the output.
-using Action = std::function<void(pyxclient::Client&, const Output&)>;
-
-/// A stretch of time, both ends included.
-struct TimeRange {
-  pyxclient::Time from = pyxclient::kBeginning;
-  pyxclient::Time to = pyxclient::kEnd;
+/// What a verb has to work with.
+struct Session {
+  const pyxclient::Options& options;
+  pyxclient::Client client;
+  Output output;
 };
+
+/// What a verb does once the command line is read. A request that fails leaves it by its exception.
+using Action = std::function<ExitStatus(Session&)>;
 
 /// One verb of the command line.
 struct Verb {
@@ -28,6 +30,10 @@ struct Verb {
   const char* summary;
   /// Adds the verb's arguments to its command; the action that it returns owns what they are read into.
   Action (*declare)(CLI::App& command);
+  /// The form of its result unless one is asked for.
+  Format format = Format::kHuman;
+  /// Not for people.
+  bool isHidden = false;
 };
 
 /// Every verb, in the order of the help text.
@@ -39,13 +45,12 @@ Action DeclareLogging(CLI::App& command);
 Action DeclareReport(CLI::App& command);
 Action DeclareStatus(CLI::App& command);
 Action DeclareLog(CLI::App& command);
+Action DeclareFollow(CLI::App& command);
+Action DeclareTop(CLI::App& command);
 Action DeclareCount(CLI::App& command);
+Action DeclareExport(CLI::App& command);
+Action DeclarePing(CLI::App& command);
 Action DeclareReset(CLI::App& command);
-
-/// Adds an option that takes a number from 0 up.
-void DeclareNumber(CLI::App& command, const char* name, std::int32_t& number, const char* unit, const char* meaning);
-
-/// Adds the options --since, --until and --last. What they name is counted from the time when they are added.
-void DeclareRange(CLI::App& command, TimeRange& range);
+Action DeclareComplete(CLI::App& command);
 
 }  // namespace zav::pyxctl

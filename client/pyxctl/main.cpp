@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <array>
 #include <clocale>
 #include <exception>
@@ -43,9 +45,11 @@ ExitStatus Explain(const pyxclient::Error& error) {
 
 ExitStatus Run(const Command& command) {
   if (!command.action) return command.status;
-  pyxclient::Client client(command.options);
-  command.action(client, Output(std::cout, command.format));
-  return ExitStatus::kDone;
+  // A table for programs is in Unicode wherever it is made.
+  if (command.format != Format::kHuman) std::setlocale(LC_CTYPE, "C.UTF-8");
+  Session session{command.options, pyxclient::Client(command.options),
+                  Output(std::cout, command.format, TerminalOf(STDOUT_FILENO), command.isPaged)};
+  return command.action(session);
 }
 
 ExitStatus Main(int argc, const char* const* argv) try {

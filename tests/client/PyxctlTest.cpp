@@ -66,7 +66,8 @@ TEST(TheStateVerb, SaysASentence) {
 }
 
 TEST(TheStateVerb, GivesABoolean) {
-  EXPECT_EQ(Given(Answering(Header(4), Words({0, 301, 0})), {"state"}), Parsed(R"({"enabled":false})"));
+  EXPECT_EQ(Given(Answering(Header(4), Words({0, 301, 0})), {"state"}),
+            Parsed(R"({"enabled":false,"schema_version":1})"));
 }
 
 TEST(TheLoggingVerb, SaysASentence) {
@@ -75,7 +76,8 @@ TEST(TheLoggingVerb, SaysASentence) {
 }
 
 TEST(TheLoggingVerb, GivesABoolean) {
-  EXPECT_EQ(Given(Answering(Header(5), Words({0, 1301, 1})), {"logging"}), Parsed(R"({"enabled":true})"));
+  EXPECT_EQ(Given(Answering(Header(5), Words({0, 1301, 1})), {"logging"}),
+            Parsed(R"({"enabled":true,"schema_version":1})"));
 }
 
 TEST(TheReportVerb, SaysASentence) {
@@ -86,7 +88,7 @@ TEST(TheReportVerb, SaysASentence) {
 
 TEST(TheReportVerb, GivesABoolean) {
   EXPECT_EQ(Given(Answering(Header(6) + Text("u") + Text(""), Words({0})), {"report", "u"}),
-            Parsed(R"({"logged":true})"));
+            Parsed(R"({"logged":true,"schema_version":1})"));
 }
 
 TEST(TheReportVerb, TakesUrlsThatLookLikeOtherArguments) {
@@ -127,29 +129,33 @@ TEST(TheStatusVerb, SaysTheNumbers) {
 TEST(TheStatusVerb, GivesEverySection) {
   EXPECT_EQ(Given(Answering(Header(16), Text(R"({"config":{"max_index":2000},"state":{"count":7,"phishing":7}})")),
                   {"status"}),
-            Parsed(R"({"config":{"max_file_size":0,"max_index":2000,"max_logging_period":0},)"
-                   R"("in_storage":{"count":0},"state":{"count":7,"phishing":7}})"));
+            Parsed(R"({"schema_version":1,"settings":{"max_records":0,"max_index":2000,"max_period":0},)"
+                   R"("stored":{"total":0,"threats":[]},)"
+                   R"("reported":{"total":7,"threats":[{"threat":"phishing","count":7}]}})"));
 }
 
 TEST(TheLogVerb, SaysATable) {
   EXPECT_EQ(Said(Answering(kWholeLog, LogAnswer(kRecords)), {"log"}),
-            "INDEX  TIME                 SECONDS  THREAT    URL\n"
-            "9      1970-01-01 00:00:00  0        phishing  http://a.example/\n"
-            "10     1970-01-02 00:00:00  86400    malware   http://b.example/\n");
+            "INDEX  TIME                 THREAT    URL\n"
+            "9      1970-01-01 00:00:00  phishing  http://a.example/\n"
+            "10     1970-01-02 00:00:00  malware   http://b.example/\n");
 }
 
 TEST(TheLogVerb, GivesAListInTheOrderOfTheIndexes) {
   EXPECT_EQ(Given(Answering(kWholeLog, LogAnswer(kRecords)), {"log"}),
-            Parsed(R"([{"index":9,"threat":"phishing","timestamp":0,"url":"http://a.example/"},)"
-                   R"({"index":10,"threat":"malware","timestamp":86400,"url":"http://b.example/"}])"));
+            Parsed(R"({"schema_version":1,"records":[)"
+                   R"({"index":9,"threat":"phishing","timestamp":0,"time":"1970-01-01T00:00:00Z",)"
+                   R"("url":"http://a.example/"},)"
+                   R"({"index":10,"threat":"malware","timestamp":86400,"time":"1970-01-02T00:00:00Z",)"
+                   R"("url":"http://b.example/"}]})"));
 }
 
 TEST(TheLogVerb, GivesAListTheOtherWayRound) {
   const Json::Value list =
-      Given(Answering(Header(18) + Words({0, 0, 1, 86400, 2, 10}), LogAnswer(R"({"10":{"threat":"","timestamp":86400,)"
-                                                                             R"("url":"u"},"9":{"threat":"",)"
-                                                                             R"("timestamp":2,"url":"u"}})")),
-            {"log", "--since", "@1", "--until", "1970-01-02T00:00:00Z", "--max", "2", "--start", "10", "--reverse"});
+      Given(Answering(Header(18) + Words({0, 0, 1, 86400, 64, 10}),
+                      LogAnswer(R"({"10":{"threat":"","timestamp":86400,"url":"u"},)"
+                                R"("9":{"threat":"","timestamp":2,"url":"u"}})")),
+            {"log", "--since", "@1", "--until", "1970-01-02T00:00:00Z", "--start", "10", "-r"})["records"];
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[0]["index"], 10);
   EXPECT_EQ(list[1]["index"], 9);
@@ -160,7 +166,7 @@ TEST(TheLogVerb, SaysThatThereAreNoRecords) {
 }
 
 TEST(TheLogVerb, GivesAnEmptyList) {
-  EXPECT_EQ(Given(Answering(kWholeLog, Words({-1})), {"log"}), Json::Value(Json::arrayValue));
+  EXPECT_EQ(Given(Answering(kWholeLog, Words({-1})), {"log"}), Parsed(R"({"schema_version":1,"records":[]})"));
 }
 
 TEST(TheCountVerb, SaysTheNumber) {
@@ -171,7 +177,7 @@ TEST(TheCountVerb, SaysTheNumber) {
 
 TEST(TheCountVerb, GivesTheNumber) {
   EXPECT_EQ(Given(Answering(Header(20) + Words({0, 0, 5, kMaxInt}), Words({2})), {"count", "--since", "@5"}),
-            Parsed(R"({"count":2})"));
+            Parsed(R"({"count":2,"schema_version":1})"));
 }
 
 TEST(TheCountVerb, EndsWith1WhenTheServiceSaysNo) {
@@ -180,16 +186,16 @@ TEST(TheCountVerb, EndsWith1WhenTheServiceSaysNo) {
 }
 
 TEST(TheResetVerb, SaysASentence) {
-  EXPECT_EQ(Said(Answering(Header(19), Words({0})), {"reset"}), "The log is empty.\n");
+  EXPECT_EQ(Said(Answering(Header(19), Words({0})), {"reset", "-y"}), "The log is empty.\n");
 }
 
 TEST(TheResetVerb, GivesABoolean) {
-  EXPECT_EQ(Given(Answering(Header(19), Words({0})), {"reset"}), Parsed(R"({"reset":true})"));
+  EXPECT_EQ(Given(Answering(Header(19), Words({0})), {"reset", "-y"}), Parsed(R"({"reset":true,"schema_version":1})"));
 }
 
 TEST(TheResetVerb, EndsWith1WhenTheServiceSaysNo) {
   const FakeService service{Answering(Header(19), Words({-1}))};
-  ExpectFailure(Ask(service, {"reset"}), 1, "the service could not store the empty log; ");
+  ExpectFailure(Ask(service, {"reset", "--yes"}), 1, "the service could not store the empty log; ");
 }
 
 constexpr const char* kHostile =
@@ -220,14 +226,14 @@ TEST(AHostileText, IsEscapedInTheStatus) {
 }
 
 TEST(AHostileText, ReachesAProgramAsItIs) {
-  const Json::Value list = Given(Answering(kWholeLog, LogAnswer(kHostile)), {"log"});
+  const Json::Value list = Given(Answering(kWholeLog, LogAnswer(kHostile)), {"log"})["records"];
   EXPECT_EQ(list[0]["threat"].asString(), "\x1b]0;x\x07\\\xc2\x9b");
   EXPECT_EQ(list[0]["url"].asString(), "a\r\nb\x7f\xe2\x80\xae\u00e9\xe2\x80\x8b");
 }
 
 TEST(AHostileText, IsPureAsciiForAProgram) {
   const std::string text = Said(Answering(kWholeLog, LogAnswer(kHostile)), {"log", "-o", "json"});
-  EXPECT_TRUE(std::all_of(text.begin(), text.end() - 1, [](char c) { return c >= ' '; })) << text;
+  EXPECT_TRUE(std::all_of(text.begin(), text.end() - 1, [](char c) { return c >= ' ' && c != 0x7f; })) << text;
 }
 
 TEST(AHostileText, IsNotRepeatedInAnError) {
@@ -277,11 +283,15 @@ TEST(ACommandLine, EndsWith2WhenItIsWrong) {
       {"log", "--last", "yesterday"},
       {"log", "--last", "1h", "--since", "1h"},
       {"log", "--until", "@2147483648"},
-      {"log", "--max", "1.5"},
+      {"log", "-n", "1.5"},
+      {"log", "-n", "0"},
+      {"log", "-n", "1", "--start", "1"},
+      {"log", "--grep", "("},
+      {"follow", "--interval", "0"},
       {"log", "--start", ""},
       {"log", "--since", "@6", "--until", "@5"},
       {"count", "--since", "@6", "--until", "@5"},
-      {"count", "--max", "5"},
+      {"count", "-n", "5"},
       {"state", "-o", "xml"},
       {"state", "--timeout", "0"},
       {"state", "--timeout", "-1"},
@@ -300,14 +310,15 @@ TEST(ACommandLine, TakesTheCommonOptionsBeforeTheVerbToo) {
   const FakeService service{Answering(Header(4), Words({0, 301, 1}))};
   const Outcome outcome = RunPyxctl({"-o", "json", "--timeout", "20", "--socket", service.path(), "state"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out, "{\"enabled\":true}\n");
+  EXPECT_EQ(outcome.out, "{\"enabled\":true,\"schema_version\":1}\n");
 }
 
 TEST(ACommandLine, ShowsEveryVerbInItsHelp) {
   const Outcome outcome = RunPyxctl({"--help"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.err, IsEmpty());
-  for (const char* verb : {"state", "logging", "report", "status", "log", "count", "reset"}) {
+  for (const char* verb :
+       {"state", "logging", "report", "status", "log", "follow", "top", "count", "export", "ping", "reset"}) {
     EXPECT_THAT(outcome.out, HasSubstr("\n  " + std::string(verb) + " "));
     EXPECT_EQ(RunPyxctl({verb, "--help"}).status, 0);
   }

@@ -1,13 +1,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
-#include <map>
-#include <mutex>
 
 #include "Clients.h"
-#include "FakeService.h"
+#include "GrowingLog.h"
 
 namespace zav::client::test {
 namespace {
@@ -15,92 +12,6 @@ namespace {
 using pyxclient::Log;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr std::int32_t kMaxIndex = 2000;
-constexpr std::size_t kLongestAnswer = 16'777'216;
-
-/// A log that is served by the rules of the service, and changed between the requests.
-class ALog {
- public:
-  struct Entry {
-    std::string url;
-    std::int32_t timestamp;
-  };
-
-  ALog() : service_({[this](Peer& peer) { Serve(peer); }}) {}
-
-  /// Its url is the number; the second it came at, too.
-  void Add(int number) { Add(std::to_string(number), number); }
-  void Add(const std::string& url, std::int32_t timestamp) {
-    const std::lock_guard guard(mutex_);
-    entries_[++last_] = {url, timestamp};
-  }
-  void AddUpTo(int first, int last) {
-    for (int number = first; number <= last; ++number) Add(number);
-  }
-  void DropOldest(int count = 1) {
-    const std::lock_guard guard(mutex_);
-    for (; count > 0; --count) entries_.erase(entries_.begin());
-  }
-  /// Empties it; the next index is the one after the last.
-  void Reset() {
-    const std::lock_guard guard(mutex_);
-    entries_.clear();
-  }
-  /// Empties it, and counts from 0 again.
-  void ResetAll() {
-    Reset();
-    last_ = -1;
-  }
-  void Renumber() {
-    const std::lock_guard guard(mutex_);
-    std::map<std::int32_t, Entry> renumbered;
-    last_ = -1;
-    for (const auto& [index, entry] : entries_) renumbered[++last_] = entry;
-    entries_ = renumbered;
-  }
-  void SetMaxIndex(std::int32_t maxIndex) { maxIndex_ = maxIndex; }
-
-  std::string path() const { return service_.path(); }
-  int requests() const { return service_.connections(); }
-
- private:
-  void Serve(Peer& peer) {
-    const std::string request = peer.Read(40);
-    std::int32_t method = 0;
-    std::int32_t fields[4];
-    std::memcpy(&method, request.data() + 12, sizeof(method));
-    std::memcpy(fields, request.data() + 24, sizeof(fields));
-    peer.Send(AnswerTo(method == 18, fields[0], fields[1], fields[2], fields[3]));
-  }
-
-  std::string AnswerTo(bool reverse, std::int32_t from, std::int32_t to, std::int32_t count, std::int32_t start) {
-    const std::lock_guard guard(mutex_);
-    if (to <= from) from = 0;
-    const bool given = start >= 0 && start <= maxIndex_;
-    std::vector<std::int32_t> found;
-    for (const auto& [index, entry] : entries_) {
-      if (given && (reverse ? index > start : index < start)) continue;
-      if (from <= entry.timestamp && entry.timestamp <= to) found.push_back(index);
-    }
-    if (reverse) std::reverse(found.begin(), found.end());
-    if (count > 0 && found.size() > static_cast<std::size_t>(count)) found.resize(static_cast<std::size_t>(count));
-    if (found.empty()) return Words({-1});
-    std::string json;
-    for (const std::int32_t index : found) {
-      json += (json.empty() ? "{\"" : ",\"") + std::to_string(index) + R"(":{"threat":"","timestamp":)" +
-              std::to_string(entries_[index].timestamp) + R"(,"url":")" + entries_[index].url + "\"}";
-    }
-    if (json.size() + 2 > kLongestAnswer) return Words({0, found.back()});
-    return Words({0, found.back()}) + Text(json + "}\n");
-  }
-
-  std::mutex mutex_;
-  std::map<std::int32_t, Entry> entries_;
-  std::int32_t last_ = -1;
-  std::int32_t maxIndex_ = kMaxIndex;
-  FakeService service_;
-};
 
 /// The urls of what a walk gives up to its end; of a long one its length.
 std::vector<std::string> Rest(Log& log) {
@@ -118,7 +29,7 @@ std::vector<std::string> Numbers(int first, int last) {
 }
 
 TEST(AWalk, GivesALogOfManyPiecesOnceAndInOrder) {
-  ALog log;
+  GrowingLog log;
   log.AddUpTo(0, 1999);
   EXPECT_EQ(ReadLog(log.path()).size(), 2000U);
   Client client = ClientOf(log.path());
@@ -132,14 +43,14 @@ TEST(AWalk, GivesALogOfManyPiecesOnceAndInOrder) {
 }
 
 TEST(AWalk, AsksOnceForALogOfOnePiece) {
-  ALog log;
+  GrowingLog log;
   log.AddUpTo(0, 62);
   EXPECT_EQ(ReadLog(log.path()).size(), 63U);
   EXPECT_EQ(log.requests(), 1);
 }
 
 TEST(AWalk, GivesAsManyRecordsAsWereAskedFor) {
-  ALog log;
+  GrowingLog log;
   log.AddUpTo(0, 199);
   EXPECT_EQ(ReadLog(log.path(), {.maxCount = 100}).size(), 100U);
   EXPECT_EQ(ReadLog(log.path(), {.maxCount = 100, .startIndex = 150}).size(), 50U);
@@ -147,14 +58,14 @@ TEST(AWalk, GivesAsManyRecordsAsWereAskedFor) {
 }
 
 TEST(AWalk, ReadsALogThatIsLargerThanAnAnswerInPieces) {
-  ALog log;
+  GrowingLog log;
   for (int number = 0; number < 10; ++number) log.Add(std::string(6'000'000, 'u'), number);
   EXPECT_EQ(ReadLog(log.path()).size(), 10U);
   EXPECT_EQ(ReadLog(log.path(), {.reverse = true}).size(), 10U);
 }
 
 TEST(AWalk, ReadsLargeRecordsOfWhichOnlyOneFitsIntoAnAnswer) {
-  ALog log;
+  GrowingLog log;
   for (int number = 0; number < 3; ++number) log.Add(std::string(16'000'000, 'u'), number);
   log.Add(3);
   Client client = ClientOf(log.path());
@@ -167,7 +78,7 @@ TEST(AWalk, ReadsLargeRecordsOfWhichOnlyOneFitsIntoAnAnswer) {
 
 TEST(AWalk, PassesOverARecordThatNoAnswerCanHold) {
   for (const bool reverse : {false, true}) {
-    ALog log;
+    GrowingLog log;
     log.AddUpTo(0, 1);
     log.Add(std::string(kLongestAnswer, 'u'), 2);
     log.AddUpTo(3, 4);
@@ -185,7 +96,7 @@ TEST(AWalk, PassesOverARecordThatNoAnswerCanHold) {
 }
 
 TEST(AWalk, GoesOnAfterItsEndWithWhatCameSince) {
-  ALog log;
+  GrowingLog log;
   log.Add(0);
   Client client = ClientOf(log.path());
   Log walk = client.Log();
@@ -197,7 +108,7 @@ TEST(AWalk, GoesOnAfterItsEndWithWhatCameSince) {
 }
 
 TEST(AWalk, OverALogThatIsEmptyAtFirstGivesWhatComes) {
-  ALog log;
+  GrowingLog log;
   Client client = ClientOf(log.path());
   Log walk = client.Resume("");
   EXPECT_THAT(Rest(walk), IsEmpty());
@@ -206,7 +117,7 @@ TEST(AWalk, OverALogThatIsEmptyAtFirstGivesWhatComes) {
 }
 
 TEST(AWalk, StandsWhereItStoodAfterAFailure) {
-  ALog log;
+  GrowingLog log;
   log.AddUpTo(0, 99);
   Client client({.socket = log.path(), .timeout = std::chrono::milliseconds(20000)});
   Log walk = client.Log();
@@ -237,7 +148,7 @@ class ACursor : public testing::Test {
     return urls;
   }
 
-  ALog log;
+  GrowingLog log;
   Client client = ClientOf(log.path());
   std::string cursor;
   bool changed = false;
@@ -364,7 +275,7 @@ TEST(ACursorsText, IsOutOfRangeWhenItIsNone) {
 }
 
 TEST(AWalkInReverse, EndsWhenTheLogIsNumberedAnewMeanwhile) {
-  ALog log;
+  GrowingLog log;
   log.AddUpTo(0, 199);
   log.DropOldest(50);
   Client client = ClientOf(log.path());

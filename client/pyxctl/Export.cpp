@@ -1,0 +1,53 @@
+#include <memory>
+
+#include "Options.h"
+#include "Progress.h"
+#include "Reading.h"
+#include "Records.h"
+#include "Verbs.h"
+
+namespace zav::pyxctl {
+namespace {
+
+struct Asked {
+  Selection selection;
+  std::string cursorPath;
+};
+
+/// Written out and remembered so many at a time: what is cut short is repeated from there.
+constexpr std::size_t kBatch = 1000;
+
+bool Settle(Output& output, Reading& reading) {
+  if (!output.Flush()) return false;
+  reading.Keep();
+  return true;
+}
+
+ExitStatus Export(Session& session, const Asked& asked) {
+  Reading reading(session.client, asked.selection, asked.cursorPath);
+  Progress progress(static_cast<std::size_t>(session.client.Count()));
+  session.output.BeginRows(kRecordColumns);
+  std::size_t count = 0;
+  while (const auto record = reading.Next()) {
+    session.output.AddRow(kRecordColumns, RowOf(*record),
+                          [&](std::ostream& out) { WriteRecord(out, *record, session.output.terminal()); });
+    progress.Advance();
+    if (++count % kBatch == 0 && !Settle(session.output, reading)) break;
+  }
+  if (reading.TakeChanged()) Complain(kChanged);
+  // What cannot be written is said at the program's end.
+  Settle(session.output, reading);
+  return ExitStatus::kDone;
+}
+
+}  // namespace
+
+Action DeclareExport(CLI::App& command) {
+  auto asked = std::make_shared<Asked>();
+  DeclareSelection(command, asked->selection);
+  command.add_option("--cursor-file", asked->cursorPath, "Only what came since the run that left that file")
+      ->type_name("FILE");
+  return [asked](Session& session) { return Export(session, *asked); };
+}
+
+}  // namespace zav::pyxctl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <array>
+#include <ostream>
+#include <pyxclient/pyxclient.hpp>
+#include <vector>
+
+#include "Output.h"
+
+namespace zav::pyxctl {
+
+/// The keys of a record: its index and its time in seconds since the epoch are numbers, the rest is text; `time` is the
+/// same time by RFC 3339.
+inline constexpr std::array kRecordColumns = {"index", "timestamp", "time", "threat", "url"};
+
+Json::Value RowOf(const pyxclient::Record& record);
+
+/// Records for a person: a table, or a sentence where there are none.
+void WriteRecords(std::ostream& out, const std::vector<pyxclient::Record>& records, const Terminal& terminal);
+
+/// A line of such a table, for records that come one by one.
+void WriteRecord(std::ostream& out, const pyxclient::Record& record, const Terminal& terminal);
+
+}  // namespace zav::pyxctl
