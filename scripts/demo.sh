@@ -103,7 +103,7 @@ client 0 '*shop.example*game.example*bank.example*' log --reverse
 client 0 '*shop.example*' log --since "@$since" --until "@$((since + 60))"
 client 0 '2 records' count --until "@$((since - 1))"
 client 0 '*3*phishing*2*' status
-client 0 '*"count"*3*' status -o json
+client 0 '*"total":3*' status -o json
 
 title 'Commands of the device policy manager'
 dpm '*"phishing":2*"operationStatus":"success"*' 'exec GetStatus'
@@ -117,7 +117,7 @@ title 'The plug-in is unloaded and loaded again; the log is still there'
 dpm ok reload
 await_service
 client 0 '*bank.example*game.example*shop.example*' log
-client 0 '*empty.' reset
+client 0 '*empty.' reset --yes
 client 0 'no records' log
 
 title 'The service is switched off and on, and the host ends'
