@@ -1,7 +1,8 @@
 # What every target is compiled with. Warnings become errors in the presets (CMAKE_COMPILE_WARNING_AS_ERROR).
 add_compile_options(
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
-  -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wundef
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wundef
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
   -fstack-protector-strong)
 
 # No path of the machine that builds stays in the binaries.
@@ -9,7 +10,7 @@ add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
 # A symbol that is unique in the process pins its library there: dlclose would not unload the plug-in.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  add_compile_options(-fno-gnu-unique)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
 endif()
 
 add_link_options(-Wl,-z,relro,-z,now)
