@@ -42,18 +42,17 @@ def pyxctl(*words, status=0):
 
 @contextlib.contextmanager
 def running(*command, **options):
-    """A program that is ended with the block."""
-    process = subprocess.Popen(command, **options)
+    """A program that is ended with the block, and with it what it has started."""
+    process = subprocess.Popen(command, start_new_session=True, **options)
     try:
         yield process
     finally:
-        if process.poll() is None:
-            process.send_signal(signal.SIGTERM)
-            try:
-                process.wait(PATIENCE_S)
-            except subprocess.TimeoutExpired:
-                process.kill()
-        process.wait()
+        os.killpg(process.pid, signal.SIGTERM)
+        try:
+            process.wait(PATIENCE_S)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
 
 
 @contextlib.contextmanager
