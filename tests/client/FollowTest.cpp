@@ -103,6 +103,15 @@ TEST_F(AFollower, WaitsForAServiceThatIsBusyAndSaysSo) {
   EXPECT_THAT(follower.err(), EndsWith("pyxctl: the service answers again\n"));
 }
 
+TEST_F(AFollower, WaitsForAServiceThatIsSlow) {
+  log.Add(1);
+  log.SetDelay(std::chrono::milliseconds(1500));
+  const RunningPyxctl follower(Command());
+  EXPECT_TRUE(follower.HasComplained("the service did not answer in time; going on when it answers\n"));
+  log.SetDelay({});
+  EXPECT_TRUE(follower.HasWritten("1\n"));
+}
+
 TEST_F(AFollower, WaitsForAServiceThatIsNotThereYet) {
   const RunningPyxctl follower({"follow", "--socket", directory.path() / "none", "--interval", "0.1"});
   EXPECT_TRUE(follower.HasComplained("going on when it answers\n"));
@@ -238,12 +247,25 @@ TEST_F(AnExport, EndsWith3WhenTheServiceStaysBusy) {
   EXPECT_EQ(outcome.out, "");
 }
 
-TEST_F(AnExport, ShowsItsProgressOnATerminalOnly) {
-  log.AddUpTo(0, 9);
-  PyxctlOnATerminal pyxctl({"export", "--socket", log.path()}, {"LC_ALL=C.UTF-8", "TZ=UTC", "TERM=xterm"},
-                           directory.path() / "out");
+TEST_F(AnExport, ShowsItsProgressWhereItTakesLong) {
+  log.AddUpTo(0, 199);
+  log.SetDelay(std::chrono::milliseconds(600));
+  const std::string out = directory.path() / "out";
+  PyxctlOnATerminal pyxctl({"export", "--socket", log.path()}, {"LC_ALL=C.UTF-8", "TZ=UTC", "TERM=xterm"}, out);
   EXPECT_EQ(pyxctl.Wait(), 0);
-  EXPECT_EQ(pyxctl.shown(), "") << "it is quick, and a person waits for no bar";
+  EXPECT_THAT(pyxctl.shown(), testing::ContainsRegex("\\[#* *\\] [0-9]+ of 200 records"));
+  EXPECT_THAT(pyxctl.shown(), EndsWith("\x1b[K")) << "the bar is gone at the end";
+  std::ifstream file(out);
+  EXPECT_EQ(std::count(std::istreambuf_iterator<char>(file), {}, '\n'), 200);
+}
+
+TEST_F(AnExport, ShowsNoProgressAmongItsRecords) {
+  log.AddUpTo(0, 199);
+  log.SetDelay(std::chrono::milliseconds(600));
+  PyxctlOnATerminal pyxctl({"export", "--socket", log.path(), "-o", "csv"});
+  EXPECT_EQ(pyxctl.Wait(), 0);
+  EXPECT_THAT(pyxctl.shown(), Not(HasSubstr("\x1b")));
+  EXPECT_THAT(pyxctl.shown(), EndsWith(",,199\n"));
 }
 
 }  // namespace

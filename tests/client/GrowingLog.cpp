@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 namespace zav::client::test {
@@ -73,6 +74,7 @@ void GrowingLog::Renumber() {
 
 void GrowingLog::Serve(Peer& peer) {
   if (busy_) return Refuse(peer);
+  std::this_thread::sleep_for(delay_.load());
   const std::int32_t method = MethodOf(peer.Read(Header(kForward).size()));
   if (method == kIsEnabled) return peer.Send(Words({0, 301, 1}));
   if (method == kForward || method == kReverse) {

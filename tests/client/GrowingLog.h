@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -38,6 +39,8 @@ class GrowingLog {
   void SetMaxIndex(std::int32_t maxIndex) { maxIndex_ = maxIndex; }
   /// Ends connections without an answer from now on, or serves again.
   void SetBusy(bool busy) { busy_ = busy; }
+  /// Lets each answer wait so long.
+  void SetDelay(std::chrono::milliseconds delay) { delay_ = delay; }
 
   std::string path() const { return service_.path(); }
   int requests() const { return service_.connections(); }
@@ -52,6 +55,7 @@ class GrowingLog {
   std::int32_t last_ = -1;
   std::int32_t maxIndex_ = kMaxIndex;
   std::atomic<bool> busy_ = false;
+  std::atomic<std::chrono::milliseconds> delay_{};
   FakeService service_;
 };
 
