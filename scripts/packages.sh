@@ -1,8 +1,7 @@
 # The Debian packages that the build, the tests and the demonstration need, and their installation.
 
 readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev sqlite3 libgtest-dev libgmock-dev
-                   libcli11-dev libedit-dev python3 spin zsh fish rsyslog lowdown
-                   mandoc man-db)
+                   libcli11-dev libedit-dev rapidjson-dev python3 spin zsh fish rsyslog lowdown mandoc man-db)
 
 # missing_packages [EXTRA...]
 missing_packages() {

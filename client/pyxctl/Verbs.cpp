@@ -16,6 +16,7 @@ constexpr std::array kVerbs = {
     Verb{"count", "Count the records of the log", DeclareCount},
     Verb{"export", "Write the records for another program", DeclareExport, Format::kNdjson},
     Verb{"ping", "See whether the service answers", DeclarePing},
+    Verb{"doctor", "Examine the plug-in's files and service", DeclareDoctor},
     Verb{"reset", "Delete every record of the log", DeclareReset},
     Verb{"complete", "Complete the last word of a command line", DeclareComplete, Format::kHuman, true},
 };

@@ -50,6 +50,7 @@ Action DeclareTop(CLI::App& command);
 Action DeclareCount(CLI::App& command);
 Action DeclareExport(CLI::App& command);
 Action DeclarePing(CLI::App& command);
+Action DeclareDoctor(CLI::App& command);
 Action DeclareReset(CLI::App& command);
 Action DeclareComplete(CLI::App& command);
 
