@@ -1,7 +1,12 @@
 # The Debian packages that the build, the tests and the demonstration need, and their installation.
 
 readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev sqlite3 libgtest-dev libgmock-dev
-                   libcli11-dev libedit-dev rapidjson-dev python3 spin zsh fish rsyslog lowdown mandoc man-db)
+                   libcli11-dev libedit-dev rapidjson-dev python3 spin lowdown)
+
+# shellcheck disable=SC2034 # the commands read it
+# What the tests of the builds without sanitizers need beside them: shells, a log daemon, a browser, and what reads manual
+# pages.
+readonly test_packages=(zsh fish rsyslog mandoc man-db chromium chromium-driver python3-selenium)
 
 # missing_packages [EXTRA...]
 missing_packages() {

@@ -8,11 +8,11 @@
 #include <memory>
 #include <thread>
 
-#include "Hosts.h"
 #include "Options.h"
 #include "Selection.h"
 #include "Text.h"
 #include "Times.h"
+#include "UrlHost.h"
 #include "Verbs.h"
 
 namespace zav::pyxctl {
@@ -41,6 +41,11 @@ struct Sums {
   Counts hosts;
 };
 
+std::string HostOf(const Record& record) {
+  const std::string host = UrlHost(record.url);
+  return host.empty() ? "(none)" : host;
+}
+
 Sums Sum(pyxclient::Client& client, const Selection& selection) {
   Sums sums;
   for (const Record& record : client.Log({selection.range.from, selection.range.to})) {
@@ -49,7 +54,7 @@ Sums Sum(pyxclient::Client& client, const Selection& selection) {
     sums.first = std::min(sums.first, record.time);
     sums.last = std::max(sums.last, record.time);
     ++sums.threats[record.threat];
-    ++sums.hosts[HostOf(record.url)];
+    ++sums.hosts[HostOf(record)];
   }
   return sums;
 }

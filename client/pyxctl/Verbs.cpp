@@ -15,6 +15,7 @@ constexpr std::array kVerbs = {
     Verb{"top", "Show the most frequent threats and hosts", DeclareTop},
     Verb{"count", "Count the records of the log", DeclareCount},
     Verb{"export", "Write the records for another program", DeclareExport, Format::kNdjson},
+    Verb{"report-page", "Write a page that shows the log in a browser", DeclareReportPage},
     Verb{"ping", "See whether the service answers", DeclarePing},
     Verb{"doctor", "Examine the plug-in's files and service", DeclareDoctor},
     Verb{"reset", "Delete every record of the log", DeclareReset},

@@ -52,6 +52,7 @@ Action DeclareExport(CLI::App& command);
 Action DeclarePing(CLI::App& command);
 Action DeclareDoctor(CLI::App& command);
 Action DeclareReset(CLI::App& command);
+Action DeclareReportPage(CLI::App& command);
 Action DeclareComplete(CLI::App& command);
 
 }  // namespace zav::pyxctl

@@ -55,9 +55,11 @@ TEST_P(EveryVerb, EndsWith3WhereTheServiceIsSilent) {
 
 INSTANTIATE_TEST_SUITE_P(Of, EveryVerb,
                          testing::Values(Words{"state"}, Words{"logging"}, Words{"report", "u"}, Words{"status"},
-                                         Words{"log"}, Words{"top"}, Words{"count"}, Words{"export"}, Words{"ping"},
-                                         Words{"reset", "-y"}),
-                         [](const auto& verb) { return verb.param.front(); });
+                                         Words{"log"}, Words{"top"}, Words{"count"}, Words{"export"},
+                                         Words{"report-page", "-"}, Words{"ping"}, Words{"reset", "-y"}),
+                         [](const auto& verb) {
+                           return verb.param.front() == "report-page" ? "ReportPage" : verb.param.front();
+                         });
 
 /// Not of `count`: four bytes are a number to it, whatever follows them.
 TEST(AnotherService, IsNotTakenForTheRightOne) {

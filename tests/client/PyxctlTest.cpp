@@ -317,8 +317,8 @@ TEST(ACommandLine, ShowsEveryVerbInItsHelp) {
   const Outcome outcome = RunPyxctl({"--help"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.err, IsEmpty());
-  for (const char* verb :
-       {"state", "logging", "report", "status", "log", "follow", "top", "count", "export", "ping", "doctor", "reset"}) {
+  for (const char* verb : {"state", "logging", "report", "status", "log", "follow", "top", "count", "export",
+                           "report-page", "ping", "doctor", "reset"}) {
     EXPECT_THAT(outcome.out, HasSubstr("\n  " + std::string(verb) + " "));
     EXPECT_EQ(RunPyxctl({verb, "--help"}).status, 0);
   }

@@ -1,0 +1,93 @@
+#include "WholeFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+namespace zav::pyxctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+void Check(bool done, const fs::path& path) {
+  if (!done) throw std::system_error(errno, std::generic_category(), "cannot write " + path.string());
+}
+
+/// The file to replace, or to make.
+fs::path TargetOf(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) return path;
+  if (!fs::is_regular_file(status)) {
+    errno = fs::is_directory(status) ? EISDIR : EINVAL;
+    Check(false, path);
+  }
+  return fs::canonical(path);
+}
+
+/// A file beside its target, which it takes the place of, or goes.
+class NewFile {
+ public:
+  explicit NewFile(const fs::path& path) : target(path), name(path.string() + ".XXXXXX") {
+    fd = ::mkostemp(name.data(), O_CLOEXEC);
+    Check(fd != -1, target);
+  }
+  ~NewFile() {
+    ::close(fd);
+    if (!name.empty()) ::unlink(name.c_str());
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  void Write(std::string_view content) {
+    while (!content.empty()) {
+      const ssize_t written = ::write(fd, content.data(), content.size());
+      if (written == -1 && errno == EINTR) continue;
+      Check(written > 0, target);
+      content.remove_prefix(static_cast<std::size_t>(written));
+    }
+  }
+
+  void TakeItsPlace() {
+    // The only way to learn the mask is to set it.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    Check(::fchmod(fd, 0666 & ~mask) == 0, target);
+    Check(::fsync(fd) == 0, target);
+    Check(::rename(name.c_str(), target.c_str()) == 0, target);
+    name.clear();
+  }
+
+ private:
+  fs::path target;
+  std::string name;
+  int fd = -1;
+};
+
+/// The name of a file is in its directory. Some file systems cannot bring one to the disk; the file is whole without
+/// it.
+void SyncDirectoryOf(const fs::path& path) {
+  const fs::path parent = path.has_parent_path() ? path.parent_path() : ".";
+  const int fd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd == -1) return;
+  ::fsync(fd);
+  ::close(fd);
+}
+
+}  // namespace
+
+void WriteWholeFile(const std::string& path, std::string_view content) {
+  const fs::path target = TargetOf(path);
+  NewFile file(target);
+  file.Write(content);
+  file.TakeItsPlace();
+  SyncDirectoryOf(target);
+}
+
+}  // namespace zav::pyxctl
