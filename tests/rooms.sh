@@ -36,6 +36,11 @@ only_in '(PYXManager|ipc/service/Service)\.' 'std::(thread|make_unique<std::thre
 only_in 'common/(FileHelper|GlobalPaths)' '\b(mkdir|rmdir|opendir|lstat|fopen|rename)\('
 only_in 'ipc/socket/' '\b(accept4?|bind|listen|connect|send|recv|getsockopt)\((AF_|fd|descriptor)'
 
+# The clients know of the plug-in what travels, and pyxctl of the library what everybody knows.
+if grep -rnE '^#include "(ipc|pyx|policy|common)/' client --include='*.h' --include='*.cpp' |
+  grep -v '^client/lib/.*"ipc/service/Package.h"'; then fail "client may not include that"; fi
+if grep -rnE '^#include "(Answer|Client|Connection|Cursor|Request|Walk)\.h"' client/pyxctl; then fail "pyxctl uses the library by its headers"; fi
+
 if grep -rnE 'getenv|secure_getenv' src/plugin; then fail "no environment variable has a say in the plug-in"; fi
 
 [ "$failures" -eq 0 ] && echo "every line is in its room"
