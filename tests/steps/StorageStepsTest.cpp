@@ -134,12 +134,12 @@ TEST_F(TheStepsOf, CheckingTheTablesEndTheLookBeforeATableIsMade) {
   Open();
   database.rows = {"other"};
   EXPECT_EQ(storage.CheckTables(), -51);
-  EXPECT_THAT(LogRecorder::Lines(),
-              ElementsAre(DatabaseCall(kTables), DatabaseCall("bind 1 table"), DatabaseCall("step"),
-                          DatabaseCall("column 0"), DatabaseCall("step"), DatabaseCall("end"),
-                          DatabaseCall(CreateStatement()), DatabaseCall("exec"), DatabaseCall("end"),
-                          DatabaseCall("prepare SELECT 1 FROM PYXPlugin LIMIT 1"), DatabaseCall("step"),
-                          DatabaseCall("end")));
+  EXPECT_THAT(
+      LogRecorder::Lines(),
+      ElementsAre(DatabaseCall(kTables), DatabaseCall("bind 1 table"), DatabaseCall("step"), DatabaseCall("column 0"),
+                  DatabaseCall("step"), DatabaseCall("end"), DatabaseCall(CreateStatement()), DatabaseCall("exec"),
+                  DatabaseCall("end"), DatabaseCall("prepare SELECT 1 FROM PYXPlugin LIMIT 1"), DatabaseCall("step"),
+                  DatabaseCall("end")));
 }
 
 TEST_F(TheStepsOf, CheckingTheTablesGoThroughAllRowsAndMakeNoneThatIsThere) {

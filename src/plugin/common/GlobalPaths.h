@@ -5,8 +5,8 @@
 /// The paths that the plug-in's units share. They are fixed: nothing overrides them.
 namespace zav::common {
 
-/// The run directory; the local socket stands in it. Empty only where the load of the library found no memory for it, and
-/// until `completePaths`; else never changed.
+/// The run directory; the local socket stands in it. Empty only where the load of the library found no memory for it,
+/// and until `completePaths`; else never changed.
 extern std::string runPath;
 /// Empty; kept for units that ask for them.
 extern const std::string dataPath;
