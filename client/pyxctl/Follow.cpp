@@ -67,7 +67,7 @@ class Follower {
 
   /// A service that does not answer is waited for: it is said once that it went, and once that it is back.
   std::optional<Record> Next() try {
-    const auto record = reading_.Next();
+    auto record = reading_.Next();
     if (!answers_) Complain("the service answers again");
     answers_ = true;
     return record;

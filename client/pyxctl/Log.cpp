@@ -9,7 +9,6 @@
 namespace zav::pyxctl {
 namespace {
 
-using pyxclient::Query;
 using pyxclient::Record;
 
 struct Asked {
