@@ -24,4 +24,7 @@ def main(cursor_file=pathlib.Path("watch.cursor"), pause=1.0):
 
 
 if __name__ == "__main__":
-    main()
+    try:
+        main()
+    except KeyboardInterrupt:
+        pass

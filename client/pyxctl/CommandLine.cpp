@@ -45,7 +45,7 @@ void DeclareCommon(CLI::App& app, Declared& declared) {
 
 void Declare(CLI::App& app, Declared& declared) {
   app.footer(kExitStatusHelp);
-  app.set_version_flag("--version", PYXCTL_VERSION);
+  app.set_version_flag("-V,--version", PYXCTL_VERSION);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   // The common options may stand after the verb too.
   app.fallthrough();
@@ -77,7 +77,9 @@ Command Leave(const CLI::App& app, const CLI::ParseError& error) {
     app.exit(error);
     return command;
   }
-  Complain(std::string(error.what()) + "; see pyxctl --help");
+  const auto verbs = app.get_subcommands();
+  const std::string verb = verbs.empty() ? "" : verbs.front()->get_name() + " ";
+  Complain(std::string(error.what()) + "; see pyxctl " + verb + "--help");
   command.status = ExitStatus::kUsage;
   return command;
 }

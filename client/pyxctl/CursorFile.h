@@ -14,6 +14,10 @@ class CursorFile {
   /// @throws std::runtime_error, in words, where it cannot be read or is far too long.
   std::string Read() const;
 
+  /// Whether it could be written, as far as can be told beforehand.
+  /// @throws std::system_error, in words, where it could not.
+  void CheckWritable() const;
+
   /// Keeps a cursor, on the disk when this returns.
   /// @throws std::runtime_error, in words, where it cannot be written; the cursor before is kept then.
   void Write(const std::string& cursor) const;

@@ -9,6 +9,12 @@ using pyxclient::Client;
 using pyxclient::Error;
 using pyxclient::Failure;
 
+std::string CursorIn(const std::optional<CursorFile>& file) {
+  if (!file) return {};
+  file->CheckWritable();
+  return file->Read();
+}
+
 pyxclient::Log Resumed(Client& client, const std::string& cursor, const std::string& path) try {
   return client.Resume(cursor);
 } catch (const Error& error) {
@@ -21,7 +27,7 @@ pyxclient::Log Resumed(Client& client, const std::string& cursor, const std::str
 Reading::Reading(Client& client, const Selection& selection, const std::string& cursorPath)
     : selection_(selection),
       file_(cursorPath.empty() ? std::nullopt : std::optional<CursorFile>(cursorPath)),
-      walk_(Resumed(client, file_ ? file_->Read() : "", cursorPath)),
+      walk_(Resumed(client, CursorIn(file_), cursorPath)),
       kept_(walk_.Cursor()) {}
 
 std::optional<pyxclient::Record> Reading::Next() {

@@ -37,6 +37,6 @@ class Reading {
 
 /// What is said where records may be missing.
 inline constexpr const char* kChanged =
-    "the log was reset or numbered anew since it was last read here; records of the time between may be missing";
+    "the log was reset, was numbered anew, or dropped records before they were read here; some may be missing";
 
 }  // namespace zav::pyxctl

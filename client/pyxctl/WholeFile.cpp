@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
 namespace zav::pyxctl {
@@ -24,10 +25,7 @@ fs::path TargetOf(const std::string& path) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (!fs::exists(status)) return path;
-  if (!fs::is_regular_file(status)) {
-    errno = fs::is_directory(status) ? EISDIR : EINVAL;
-    Check(false, path);
-  }
+  if (!fs::is_regular_file(status)) throw std::runtime_error("cannot write " + path + ": it is no regular file");
   return fs::canonical(path);
 }
 

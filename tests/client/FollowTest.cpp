@@ -125,7 +125,7 @@ TEST_F(AFollower, SaysThatTheLogWasReset) {
   log.ResetAll();
   log.Add(7);
   EXPECT_TRUE(follower.HasWritten("\n0      1970-01-01 00:00:07                7\n"));
-  EXPECT_TRUE(follower.HasComplained("the log was reset or numbered anew"));
+  EXPECT_TRUE(follower.HasComplained("the log was reset, was numbered anew, or dropped records"));
 }
 
 TEST_F(AFollower, EndsWhenItsOutputCannotBeWritten) {
@@ -206,7 +206,7 @@ TEST_F(AnExport, SaysThatTheLogWasReset) {
   const Outcome outcome = ExportFurther();
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, EndsWith("1,0" + Row(7)));
-  EXPECT_THAT(outcome.err, HasSubstr("the log was reset or numbered anew"));
+  EXPECT_THAT(outcome.err, HasSubstr("the log was reset, was numbered anew, or dropped records"));
 }
 
 TEST_F(AnExport, RefusesAFileThatHoldsNoCursor) {

@@ -99,7 +99,7 @@ class Shipping(ServedTest):
             pyxctl("report", "http://c.example/" + "u" * 10000)
             with self.rsyslog():
                 self.collector.await_urls("http://a.example/", HOSTILE, "http://c.example/" + "u" * 10000)
-        self.assertRegex(self.collector.messages[0], r"^<\d+>1 20\d\d-\d\d-\d\dT\d\d:\d\d:\d\dZ \S+ pyxctl - phishing - {")
+        self.assertRegex(self.collector.messages[0], r"^<\d+>1 20\d\d-\d\d-\d\dT\d\d:\d\d:\d\dZ \S+ pyxctl - - - {")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,7 @@
 #include "doctor/DatabaseCopy.h"
 
+#include <algorithm>
+
 namespace zav::pyxctl::doctor {
 namespace {
 
@@ -13,6 +15,14 @@ struct Finalize {
   void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
+
+/// Without the line that names the database, which is no news.
+std::string OnOneLine(std::string said) {
+  constexpr std::string_view kHeading = "*** in database main ***\n";
+  if (said.starts_with(kHeading)) said.erase(0, kHeading.size());
+  std::replace(said.begin(), said.end(), '\n', ';');
+  return said;
+}
 
 std::string TextAt(sqlite3_stmt* statement, int column) {
   const void* text = sqlite3_column_blob(statement, column);
@@ -69,7 +79,7 @@ std::string DatabaseCopy::FormatDamage() const {
 std::string DatabaseCopy::Damage() {
   try {
     std::string said = Ask("PRAGMA integrity_check(1)").at(0).at(0);
-    if (said != "ok") return said;
+    if (said != "ok") return OnOneLine(said);
     const std::size_t pageSize = std::stoul(Ask("PRAGMA page_size").at(0).at(0));
     if (bytes_.size() % pageSize != 0) return "the file ends within a page";
     return FormatDamage();

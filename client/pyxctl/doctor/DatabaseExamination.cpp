@@ -51,10 +51,25 @@ Findings JudgeSchema(DatabaseCopy& database) {
   }
   if (!hasTable) {
     findings.push_back(
-        Problem("it lacks the table " + std::string(kTable),
-                "the next start of the daemon makes a new one from policy.json, and the log begins anew"));
+        Problem("it lacks the table " + std::string(kTable), "the next report, or change of a setting, makes it"));
   }
   return findings;
+}
+
+bool IsSoundDatabase(const Content& content) {
+  return content.IsRead() && !content.bytes.empty() && DatabaseCopy(content.bytes).Damage().empty();
+}
+
+/// What to do about a damaged database.
+const char* RemedyOf(const Seen& seen) {
+  if (IsSoundDatabase(seen.backup)) {
+    return "restart the daemon: the plug-in sets the file aside then, and puts the backup in its place";
+  }
+  if (seen.service.Answers()) {
+    return "there is no sound backup: do not restart the daemon, but have something reported or a setting changed: the "
+           "service writes what it holds in memory";
+  }
+  return "there is no sound backup: the log is lost; the next report, or change of a setting, begins it anew";
 }
 
 /// What the bytes of a database are worth. @param remedy  what to do about damage.
@@ -63,10 +78,6 @@ Findings JudgeBytes(const std::string& bytes, const std::string& remedy) {
   const std::string damage = database.Damage();
   if (!damage.empty()) return {Problem("it is damaged: " + damage, remedy)};
   return JudgeSchema(database);
-}
-
-bool HasContent(const Content& content) {
-  return content.IsRead() && !content.bytes.empty();
 }
 
 Findings JudgeMissingDatabase(const Seen& seen) {
@@ -119,11 +130,7 @@ Findings ExamineDatabase(const Seen& seen) {
   if (seen.database.IsMissing()) return JudgeMissingDatabase(seen);
   if (!seen.database.IsRead()) return JudgeUnreadable(seen.database, seen.paths.Database());
   if (!seen.isSettled) return JudgeUnsettled(seen);
-  const char* const remedy =
-      HasContent(seen.backup)
-          ? "restart the daemon: the plug-in sets the file aside then, and puts the backup in its place"
-          : "there is no backup; the next start of the daemon begins anew from policy.json";
-  Findings findings = JudgeBytes(seen.database.bytes, remedy);
+  Findings findings = JudgeBytes(seen.database.bytes, RemedyOf(seen));
   for (Finding& each : JudgeWriteAheadLog(seen)) findings.push_back(std::move(each));
   return findings;
 }
@@ -135,9 +142,10 @@ Findings ExamineBackup(const Seen& seen) {
                     "the next report, or change of a setting, makes it")};
   }
   if (!seen.backup.IsRead()) return JudgeUnreadable(seen.backup, seen.paths.Backup());
-  Findings findings =
-      JudgeBytes(seen.backup.bytes, "remove it; the next report, or change of a setting, makes it from the database");
-  if (!findings.empty() || !seen.isSettled || !seen.database.IsRead()) return findings;
+  const std::string remedy = "the next report, or change of a setting, makes it anew from the database";
+  if (seen.backup.bytes.empty()) return {Warning("it is empty: damage to the database loses the log", remedy)};
+  Findings findings = JudgeBytes(seen.backup.bytes, remedy);
+  if (!findings.empty() || !seen.isSettled || !IsSoundDatabase(seen.database)) return findings;
   if (seen.database.bytes != seen.backup.bytes) {
     findings.push_back(
         Warning("it does not hold what the database holds",

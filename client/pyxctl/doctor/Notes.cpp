@@ -19,7 +19,8 @@ struct Note {
 constexpr std::array kNotes = {
     Note{&Paths::Restoring, false, Severity::kWarning,
          "the backup was to take the place of the database, and did not yet",
-         "see that there is room; the next start of the daemon finishes it; leave the backup where it is"},
+         "see that there is room; the next start of the daemon finishes it; leave the backup where it is, if it is "
+         "sound"},
     Note{&Paths::Opening, true, Severity::kNote, "the daemon ended while it opened the database",
          "the next start of the daemon sees to it"},
     Note{&Paths::StaleBackup, true, Severity::kNote,

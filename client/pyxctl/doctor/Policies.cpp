@@ -129,7 +129,10 @@ Findings ExamineDefaultPolicy(const Seen& seen) {
 }
 
 Findings ExaminePolicyFile(const std::string& path) {
-  Findings findings = JudgeContent(ReadPolicyFile(path), path);
+  const Content content = ReadPolicyFile(path);
+  Findings findings = content.IsMissing()
+                          ? Findings{{Severity::kProblem, "", "there is no such file", "check the path"}}
+                          : JudgeContent(content, path);
   if (findings.empty()) findings.push_back({Severity::kOk, "", "it keeps its rules", ""});
   for (Finding& each : findings) each.subject = path;
   return findings;

@@ -156,7 +156,8 @@ class Judgement {
     const std::string known =
         "is not known; the names here are " + Listed(rule["properties"].getMemberNames(), " and ");
     for (const std::string& each : UnknownNames(rule, object)) {
-      Add(Below(place, each), known, "correct or remove it: the plug-in passes over it, or removes it");
+      Add(Below(place, each), known,
+          "correct or remove it: the plug-in passes over it, or removes it, and what was meant has its default");
     }
     for (const std::string& each : MissingNames(rule, object)) {
       Add(Below(place, each), "is missing", rule["description"].asString());

@@ -36,7 +36,8 @@ Findings JudgeReach(const Entry& directory) {
 Findings ExamineRunDirectory(const Seen& seen) {
   const std::string path = seen.paths.RunDirectory();
   const Entry directory = EntryAt(path);
-  Findings findings = WhyNotThere(directory, path, "switch the plug-in on: its service makes the directory");
+  Findings findings =
+      WhyNotThere(directory, path, "start the daemon, and switch the plug-in on: its service makes the directory");
   if (!findings.empty()) return findings;
   if (!directory.IsDirectory()) {
     return {Problem(path + " is " + KindOf(directory) + ", and no directory",
@@ -62,7 +63,8 @@ Findings ExamineSocket(const Seen& seen) {
   constexpr mode_t kEverybody = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
   const std::string& path = seen.paths.socket;
   const Entry socket = EntryAt(path);
-  Findings findings = WhyNotThere(socket, path, "switch the plug-in on; if it is, off and on: its service makes it");
+  Findings findings = WhyNotThere(
+      socket, path, "start the daemon, and switch the plug-in on; if it is on, off and on: its service makes it");
   if (!findings.empty()) return findings;
   if (!S_ISSOCK(socket.info.st_mode)) {
     return {Problem(path + " is " + KindOf(socket) + ", and no socket",

@@ -20,7 +20,8 @@ struct Meaning {
 
 constexpr std::array kMeanings = {
     Meaning{Failure::kNoService, Severity::kProblem,
-            "switch the plug-in on; if it is, the platform log says why its service does not run"},
+            "start the daemon, and switch the plug-in on; if both are done, the platform log says why its service does "
+            "not run"},
     Meaning{Failure::kRefused, Severity::kProblem,
             "look again, with a longer --timeout; find the program that keeps the service busy"},
     Meaning{Failure::kTimedOut, Severity::kProblem,

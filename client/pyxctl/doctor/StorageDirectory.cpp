@@ -23,6 +23,27 @@ void JudgeParents(const std::string& path, Findings& findings) {
   }
 }
 
+/// Whoever may write a file of the plug-in's decides what is logged.
+void JudgeFile(const std::string& path, uid_t owner, Findings& findings) {
+  constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
+  const Entry file = EntryAt(path);
+  if (!file.IsThere()) return;
+  if (!file.IsFile()) {
+    findings.push_back(Problem(path + " is " + KindOf(file) + ", and no file", "put the file itself there"));
+    return;
+  }
+  if ((file.info.st_mode & kOthersMayWrite) != 0) {
+    findings.push_back(
+        Problem(path + " has mode " + ModeText(file.info.st_mode) + ": others than its owner may write it",
+                "chmod go-w " + path));
+  }
+  if (file.info.st_uid != owner) {
+    findings.push_back(
+        Problem(path + " belongs to " + UserName(file.info.st_uid) + ", and its directory to " + UserName(owner),
+                "find out who made it; chown it to " + UserName(owner)));
+  }
+}
+
 std::string Amount(std::uint64_t bytes) {
   constexpr std::uint64_t kKiB = 1024;
   if (bytes < kKiB * kKiB) return std::to_string(bytes / kKiB) + " KiB";
@@ -54,6 +75,9 @@ Findings ExamineStorageDirectory(const Seen& seen) {
                         "chmod 0700 " + path});
   }
   JudgeParents(path, findings);
+  for (const std::string& file : {seen.paths.Database(), seen.paths.Backup(), seen.paths.DefaultPolicy()}) {
+    JudgeFile(file, directory.info.st_uid, findings);
+  }
   return findings;
 }
 

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "doctor/DeviceFiles.h"
@@ -38,6 +40,28 @@ TEST_F(AStorageDirectory, IsALink) {
   fs::rename(path(), path() + ".real");
   fs::create_symlink(path() + ".real", path());
   EXPECT_THAT(device.Examined(ExamineStorageDirectory), ElementsAre(IsProblem("is a symbolic link, and no directory")));
+}
+
+TEST_F(AStorageDirectory, HoldsAFileThatOthersMayWrite) {
+  for (const std::string& file : {device.paths.Database(), device.paths.Backup(), device.paths.DefaultPolicy()}) {
+    fs::permissions(file, fs::perms(0666));
+    EXPECT_THAT(device.Examined(ExamineStorageDirectory), ElementsAre(IsProblem(file + " has mode 0666")));
+    fs::permissions(file, fs::perms(0644));
+  }
+}
+
+TEST_F(AStorageDirectory, HoldsALinkInPlaceOfAFile) {
+  const std::string file = device.paths.DefaultPolicy();
+  fs::rename(file, file + ".real");
+  fs::create_symlink(file + ".real", file);
+  EXPECT_THAT(device.Examined(ExamineStorageDirectory), ElementsAre(IsProblem(file + " is a symbolic link")));
+}
+
+TEST_F(AStorageDirectory, HoldsAFileOfAnotherUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+  const std::string file = device.paths.Database();
+  ASSERT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+  EXPECT_THAT(device.Examined(ExamineStorageDirectory), ElementsAre(IsProblem(file + " belongs to ")));
 }
 
 TEST_F(AStorageDirectory, IsOpenToItsGroup) {
