@@ -29,12 +29,13 @@ struct Attempt {
   bool mayBeTaken;
 };
 
-[[noreturn]] void GiveUp(ErrorKind kind) {
+/// @param act  what nothing tells of whether it was done, such as "logged the report".
+[[noreturn]] void GiveUp(ErrorKind kind, const char* act) {
   switch (kind) {
     case ErrorKind::kRefused:
       throw Error(kind, "the service is busy and refused every connection");
     case ErrorKind::kUnknownOutcome:
-      throw Error(kind, "the service did not say whether it logged the report");
+      throw Error(kind, std::string("the service did not say whether it ") + act);
     default:
       throw Error(ErrorKind::kTimedOut, "the service did not answer in time");
   }
@@ -51,8 +52,10 @@ Attempt Try(Connection& connection, const Request& request, const Deadline& dead
 /// One call: the attempts that it takes, on connections of their own.
 class Call {
  public:
-  Call(const Options& settings, const Request& whatIsAsked, Repeat whetherAgain, const Deadline& end)
-      : options(settings), request(whatIsAsked), repeat(whetherAgain), deadline(end) {}
+  /// @param whatIsDone  see `GiveUp`; of what is always repeated nothing needs to be told.
+  Call(const Options& settings, const Request& whatIsAsked, Repeat whetherAgain, const Deadline& end,
+       const char* whatIsDone = "")
+      : options(settings), request(whatIsAsked), repeat(whetherAgain), deadline(end), act(whatIsDone) {}
 
   /// @return the answer, of which nothing has been read.
   Answer Ask() {
@@ -68,7 +71,7 @@ class Call {
       // A service that has refused before and now lets the rest of the time pass is still a busy one.
       if (unanswered != ErrorKind::kUnknownOutcome) unanswered = ErrorKind::kRefused;
     }
-    GiveUp(unanswered);
+    GiveUp(unanswered, act);
   }
 
  private:
@@ -77,7 +80,7 @@ class Call {
       return Connection::Open(options.socketPath, deadline);
     } catch (const Error&) {
       // That the service is gone says nothing about the attempt before.
-      if (unanswered == ErrorKind::kUnknownOutcome) GiveUp(unanswered);
+      if (unanswered == ErrorKind::kUnknownOutcome) GiveUp(unanswered, act);
       throw;
     }
   }
@@ -86,12 +89,13 @@ class Call {
   const Request& request;
   Repeat repeat;
   Deadline deadline;
+  const char* act;
   /// What the attempts so far come to when none is answered.
   ErrorKind unanswered = ErrorKind::kTimedOut;
 };
 
-Answer Ask(const Options& options, const Request& request, Repeat repeat = Repeat::kAlways) {
-  return Call(options, request, repeat, Deadline(options.timeout)).Ask();
+Answer Ask(const Options& options, const Request& request, Repeat repeat = Repeat::kAlways, const char* act = "") {
+  return Call(options, request, repeat, Deadline(options.timeout), act).Ask();
 }
 
 bool AskState(const Options& options, Method method, std::int32_t code) {
@@ -137,7 +141,7 @@ void Client::Report(std::string_view url, std::string_view threat) const {
   Request request(Method::kLogThreatUrl);
   request.AddText(url, "URL").AddText(threat, "name of the threat");
   const Repeat repeat = options.atLeastOnce ? Repeat::kUntilAnswered : Repeat::kNever;
-  ExpectDone(Ask(options, request, repeat).Integer(), kNotReceived,
+  ExpectDone(Ask(options, request, repeat, "logged the report").Integer(), kNotReceived,
              url.empty() ? "the service does not log an empty URL" : "the service did not store the report");
 }
 
@@ -175,7 +179,9 @@ std::int32_t Client::CountRecords(const TimeRange& range) const {
 }
 
 void Client::ResetLog() const {
-  ExpectDone(Ask(options, Request(Method::kResetLog)).Integer(), kFailed, "the service could not store the empty log");
+  // Repeated, it may delete what came meanwhile.
+  Answer answer = Ask(options, Request(Method::kResetLog), Repeat::kNever, "emptied the log");
+  ExpectDone(answer.Integer(), kFailed, "the service could not store the empty log");
 }
 
 }  // namespace zav::client

@@ -31,6 +31,7 @@ Walk::Walk(const Client& walkClient, const Cursor& cursor) : Walk(walkClient, Lo
 
 Walk::Step Walk::Next() {
   deadline = client.MakeDeadline();
+  hasSearched = false;
   for (;;) {
     if (isOver || (query.maxCount > 0 && given == query.maxCount)) return Step::kEnd;
     while (next < piece.size()) {
@@ -101,6 +102,8 @@ Walk::Step Walk::TakeBehindPosition(std::vector<Record> records) {
 
 /// Looks for the record of the position under another index, from the newest on.
 Walk::Step Walk::FindPosition() {
+  // What was found under an index and is not there when it is asked for comes from a log that changes all the time.
+  if (std::exchange(hasSearched, true)) return LosePosition();
   bool isEmpty = true;
   for (std::int32_t start = kFromTheEnd;;) {
     const Piece answer = AskFor(start, pieceSize, true);
@@ -162,7 +165,7 @@ Piece Walk::AskFor(std::int32_t startIndex, std::int32_t count, bool reverse) {
 
 void Walk::PassTooLarge(std::int32_t index) {
   position = {index, 0, std::nullopt};
-  throw Error(ErrorKind::kMalformed, "a record of the log is larger than an answer can be");
+  throw Error(ErrorKind::kTooLarge, "a record of the log is larger than an answer can be");
 }
 
 bool Walk::IsWanted(const Record& record) const {

@@ -62,6 +62,8 @@ class Walk {
   /// Whether a gap behind the position is a loss: all records are to be given.
   bool isComplete = false;
   bool isOver = false;
+  /// Whether this step has looked for the position in the whole log.
+  bool hasSearched = false;
   /// Whether there may be records behind the piece: it holds as many as were asked for.
   bool mayHaveMore = true;
   std::int32_t given = 0;

@@ -59,10 +59,11 @@ constexpr std::array kTexts = {
     ResultText{PYX_TIMED_OUT, "no answer before the deadline"},
     ResultText{PYX_REJECTED, "the service did not do it"},
     ResultText{PYX_MALFORMED, "malformed answer"},
-    ResultText{PYX_UNKNOWN_OUTCOME, "unknown whether it was logged"},
+    ResultText{PYX_UNKNOWN_OUTCOME, "unknown whether it was done"},
     ResultText{PYX_OUT_OF_RANGE, "argument out of range"},
     ResultText{PYX_SYSTEM, "the system failed"},
     ResultText{PYX_NO_MEMORY, "no memory"},
+    ResultText{PYX_TOO_LARGE, "a record is larger than an answer"},
 };
 
 struct KindResult {
@@ -74,7 +75,7 @@ constexpr std::array kResults = {
     KindResult{ErrorKind::kNoService, PYX_NO_SERVICE},    KindResult{ErrorKind::kRefused, PYX_REFUSED},
     KindResult{ErrorKind::kTimedOut, PYX_TIMED_OUT},      KindResult{ErrorKind::kMalformed, PYX_MALFORMED},
     KindResult{ErrorKind::kRejected, PYX_REJECTED},       KindResult{ErrorKind::kUnknownOutcome, PYX_UNKNOWN_OUTCOME},
-    KindResult{ErrorKind::kOutOfRange, PYX_OUT_OF_RANGE},
+    KindResult{ErrorKind::kOutOfRange, PYX_OUT_OF_RANGE}, KindResult{ErrorKind::kTooLarge, PYX_TOO_LARGE},
 };
 
 pyx_result ResultOf(ErrorKind kind) {

@@ -42,6 +42,7 @@ class Failure(enum.IntEnum):
     UNKNOWN_OUTCOME = -6
     OUT_OF_RANGE = -7
     SYSTEM = -8
+    TOO_LARGE = -10
 
 
 class Error(Exception):
@@ -199,7 +200,9 @@ class Client:
             # A path with a zero byte would be cut there.
             path = _bytes(socket)
             self._check(_library.pyx_client_set_socket(self._handle, b"" if b"\0" in path else path))
-        self._check(_library.pyx_client_set_timeout(self._handle, int(timeout * 1000)))
+        # What no 64 bits hold, and what is no number, is out of range too.
+        milliseconds = int(timeout * 1000) if 0 < timeout <= 86400 else 0
+        self._check(_library.pyx_client_set_timeout(self._handle, milliseconds))
         self._check(_library.pyx_client_set_at_least_once(self._handle, at_least_once))
 
     def __del__(self) -> None:

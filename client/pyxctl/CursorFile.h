@@ -11,7 +11,7 @@ class CursorFile {
   explicit CursorFile(std::string path) : path_(std::move(path)) {}
 
   /// The cursor; empty where there is no file yet.
-  /// @throws std::runtime_error, in words, where it cannot be read or is far too long.
+  /// @throws std::runtime_error, in words, where it cannot be read or holds none.
   std::string Read() const;
 
   /// Whether it could be written, as far as can be told beforehand.

@@ -23,18 +23,38 @@ bool Settle(Output& output, Reading& reading) {
   return true;
 }
 
+/// How many there are, for the bar alone: where that is refused, the records may be had all the same.
+std::size_t CountFor(pyxclient::Client& client) {
+  try {
+    return static_cast<std::size_t>(client.Count());
+  } catch (const pyxclient::Error& error) {
+    if (error.failure() != pyxclient::Failure::kRejected) throw;
+    return 0;
+  }
+}
+
+/// What was written out before a request failed needs no second run.
+std::optional<pyxclient::Record> NextOf(Reading& reading, Output& output) {
+  try {
+    return reading.Next();
+  } catch (const pyxclient::Error&) {
+    Settle(output, reading);
+    throw;
+  }
+}
+
 ExitStatus Export(Session& session, const Asked& asked) {
   Reading reading(session.client, asked.selection, asked.cursorPath);
-  Progress progress(static_cast<std::size_t>(session.client.Count()));
+  Progress progress(CountFor(session.client));
   session.output.BeginRows(kRecordColumns);
   std::size_t count = 0;
-  while (const auto record = reading.Next()) {
+  while (const auto record = NextOf(reading, session.output)) {
     session.output.AddRow(kRecordColumns, RowOf(*record),
                           [&](std::ostream& out) { WriteRecord(out, *record, session.output.terminal()); });
     progress.Advance();
     if (++count % kBatch == 0 && !Settle(session.output, reading)) break;
   }
-  if (reading.TakeChanged()) Complain(kChanged);
+  reading.Complain();
   // What cannot be written is said at the program's end.
   Settle(session.output, reading);
   return ExitStatus::kDone;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <deque>
+#include <limits>
 #include <memory>
 
 #include "Options.h"
@@ -25,6 +26,7 @@ struct Asked {
 
 /// How many records are shown of those that were there before, for a person to see where they are.
 constexpr std::size_t kUsualLines = 10;
+constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
 class Follower {
  public:
@@ -36,10 +38,10 @@ class Follower {
   /// Ends where the output does.
   ExitStatus Run() {
     // What is there already: a cursor file asks for all of it.
-    std::size_t most = asked_.lines.value_or(asked_.cursorPath.empty() ? kUsualLines : SIZE_MAX);
+    std::size_t most = asked_.lines.value_or(asked_.cursorPath.empty() ? kUsualLines : kAll);
     do {
       if (!Show(most)) return ExitStatus::kLocalFailure;
-      if (answers_) most = SIZE_MAX;
+      if (answers_) most = kAll;
     } while (Wait());
     return ExitStatus::kDone;
   }
@@ -49,20 +51,26 @@ class Follower {
   bool Show(std::size_t most) {
     std::deque<Record> newest;
     while (const auto record = Next()) {
+      if (most == kAll) {
+        Write(*record);
+        continue;
+      }
       newest.push_back(*record);
       if (newest.size() > most) newest.pop_front();
     }
-    if (reading_.TakeChanged()) Complain(kChanged);
-    for (const Record& record : newest) {
-      session_.output.AddRow(kRecordColumns, RowOf(record),
-                             [&](std::ostream& out) { WriteRecord(out, record, session_.output.terminal()); });
-    }
+    reading_.Complain();
+    for (const Record& record : newest) Write(record);
     if (!session_.output.Flush()) {
       Complain("the output cannot be written; check where it goes");
       return false;
     }
     reading_.Keep();
     return true;
+  }
+
+  void Write(const Record& record) {
+    session_.output.AddRow(kRecordColumns, RowOf(record),
+                           [&](std::ostream& out) { WriteRecord(out, record, session_.output.terminal()); });
   }
 
   /// A service that does not answer is waited for: it is said once that it went, and once that it is back.

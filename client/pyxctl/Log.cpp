@@ -23,12 +23,15 @@ struct Asked {
 std::vector<Record> Read(pyxclient::Client& client, const Asked& asked) {
   const bool isBackward = asked.reverse || asked.lines > 0;
   std::vector<Record> records;
-  for (const Record& record :
-       client.Log({asked.selection.range.from, asked.selection.range.to, 0, asked.startIndex, isBackward})) {
-    if (!asked.selection.HoldsText(record)) continue;
-    records.push_back(record);
-    if (records.size() == asked.lines) break;
+  pyxclient::Log log =
+      client.Log({asked.selection.range.from, asked.selection.range.to, 0, asked.startIndex, isBackward});
+  std::size_t tooLarge = 0;
+  while (asked.lines == 0 || records.size() < asked.lines) {
+    auto record = NextThatFits(log, tooLarge);
+    if (!record) break;
+    if (asked.selection.HoldsText(*record)) records.push_back(std::move(*record));
   }
+  ComplainOfTooLarge(tooLarge);
   if (isBackward != asked.reverse) std::reverse(records.begin(), records.end());
   return records;
 }

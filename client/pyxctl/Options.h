@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
@@ -33,6 +34,9 @@ CLI::Option* DeclareNumber(CLI::App& command, const char* name, Number& number, 
 inline void DeclareInterval(CLI::App& command, double& seconds, const char* meaning) {
   command.add_option("--interval", seconds, meaning)
       ->check(CLI::Range(0.1, 86400.0).description(""))
+      // What is no number at all lies in every range.
+      ->check(CLI::Validator(
+          [](const std::string& text) { return std::isnan(std::stod(text)) ? "it is no number" : ""; }, ""))
       ->capture_default_str()
       ->type_name("SECONDS");
 }

@@ -2,8 +2,10 @@
 
 #include <json/writer.h>
 
+#include <sstream>
 #include <string_view>
 
+#include "Pager.h"
 #include "Text.h"
 
 namespace zav::pyxctl {
@@ -53,21 +55,28 @@ std::string CellOf(const Json::Value& value) {
 }  // namespace
 
 void Output::Page() {
-  if (!mayPage_ || format_ != Format::kHuman || !terminal_.isTerminal || pager_ != nullptr) return;
-  pager_ = Pager::Start();
+  if (!mayPage_ || format_ != Format::kHuman || !terminal_.isTerminal) return;
+  pager_ = PagerCommand();
   // The pager cuts lines at its width by itself, and shows the rest of them.
-  if (pager_ != nullptr) terminal_.width = 0;
+  if (!pager_.empty()) terminal_.width = 0;
+}
+
+void Output::Write(const Human& human) {
+  if (pager_.empty()) return human(stream_);
+  std::ostringstream text;
+  human(text);
+  if (!ShowThrough(pager_, text.str())) stream_ << text.str();
 }
 
 void Output::WriteRow(Columns columns, const Json::Value& row, const Human& human) {
-  if (format_ == Format::kHuman) return human(stream_);
+  if (format_ == Format::kHuman) return Write(human);
   BeginRows(columns);
   WriteOnlyRow(columns, row);
 }
 
 void Output::WriteRows(Columns columns, const std::vector<Json::Value>& rows, const Json::Value& document,
                        const Human& human) {
-  if (format_ == Format::kHuman) return human(stream_);
+  if (format_ == Format::kHuman) return Write(human);
   if (format_ == Format::kJson) {
     stream_ << JsonText(WithVersion(document)) << '\n';
     return;
@@ -81,7 +90,7 @@ void Output::BeginRows(Columns columns) {
 }
 
 void Output::AddRow(Columns columns, const Json::Value& row, const Human& human) {
-  if (format_ == Format::kHuman) return human(stream_);
+  if (format_ == Format::kHuman) return Write(human);
   WriteOnlyRow(columns, row);
 }
 

@@ -3,13 +3,11 @@
 #include <json/value.h>
 
 #include <functional>
-#include <memory>
 #include <ostream>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "Pager.h"
 #include "Terminal.h"
 
 namespace zav::pyxctl {
@@ -36,7 +34,7 @@ class Output {
   Format format() const { return format_; }
   const Terminal& terminal() const { return terminal_; }
 
-  /// Shows what a person reads from now on through the pager, where there is a terminal and a pager is wanted.
+  /// Lets a person read what follows page by page, where there is a terminal and a pager is wanted.
   void Page();
 
   /// Writes a result that is one row: `row`, an object, is the document too.
@@ -55,6 +53,7 @@ class Output {
   bool Flush();
 
  private:
+  void Write(const Human& human);
   void WriteHeader(Columns columns);
   void WriteOnlyRow(Columns columns, const Json::Value& row);
 
@@ -62,7 +61,8 @@ class Output {
   Format format_;
   Terminal terminal_;
   bool mayPage_;
-  std::unique_ptr<Pager> pager_;
+  /// Empty where there is to be none.
+  std::string pager_;
 };
 
 }  // namespace zav::pyxctl

@@ -1,26 +1,16 @@
 #pragma once
 
-#include <sys/types.h>
-
-#include <memory>
+#include <string>
 
 namespace zav::pyxctl {
 
-/// The program that shows standard output page by page: what PAGER says, else less. It belongs to one process's
-/// standard output, which goes to it as long as the object lives; then the person's end of looking is waited for.
-/// Meanwhile an interrupt of the terminal is for the pager.
-class Pager {
- public:
-  /// Nothing where PAGER is empty or "cat", or there is no shell to start it.
-  static std::unique_ptr<Pager> Start();
-  ~Pager();
-  Pager(const Pager&) = delete;
-  Pager& operator=(const Pager&) = delete;
+/// The command that shows a long text page by page: what PAGER says; where that is not set less or more, if there is
+/// one. Empty for none, and where PAGER is empty or "cat".
+std::string PagerCommand();
 
- private:
-  explicit Pager(pid_t pid) : pid_(pid) {}
-
-  pid_t pid_;
-};
+/// Shows a text through a command, and waits until the person has seen enough of it; meanwhile an interrupt of the
+/// terminal is for that command.
+/// @return whether it was shown; not where the command cannot be started.
+bool ShowThrough(const std::string& command, std::string_view text);
 
 }  // namespace zav::pyxctl

@@ -21,8 +21,9 @@ class Reading {
   /// reading where it was.
   std::optional<pyxclient::Record> Next();
 
-  /// Whether the log was emptied or numbered anew, or dropped records unread, since this was last asked.
-  bool TakeChanged() { return walk_.TakeChanged(); }
+  /// Says on standard error why records may be missing, since this was last called: the log was emptied, numbered anew,
+  /// or dropped them unread; or no answer can hold them.
+  void Complain();
 
   /// Remembers that everything that was given is written out. It comes after the flush: what is cut short in between is
   /// given twice, and nothing is lost.
@@ -33,10 +34,7 @@ class Reading {
   std::optional<CursorFile> file_;
   pyxclient::Log walk_;
   std::string kept_;
+  std::size_t tooLarge_ = 0;
 };
-
-/// What is said where records may be missing.
-inline constexpr const char* kChanged =
-    "the log was reset, was numbered anew, or dropped records before they were read here; some may be missing";
 
 }  // namespace zav::pyxctl

@@ -1,5 +1,6 @@
 #include "Records.h"
 
+#include "Exit.h"
 #include "Table.h"
 #include "Text.h"
 #include "Times.h"
@@ -17,6 +18,23 @@ Table::Cells CellsOf(const Record& record) {
 }
 
 }  // namespace
+
+std::optional<Record> NextThatFits(pyxclient::Log& log, std::size_t& tooLarge) {
+  for (;;) {
+    try {
+      return log.Next();
+    } catch (const pyxclient::Error& error) {
+      if (error.failure() != pyxclient::Failure::kTooLarge) throw;
+      ++tooLarge;
+    }
+  }
+}
+
+void ComplainOfTooLarge(std::size_t count) {
+  if (count == 0) return;
+  const std::string records = count == 1 ? "1 record is" : std::to_string(count) + " records are";
+  Complain(records + " larger than an answer can be, and left out");
+}
 
 Json::Value RowOf(const Record& record) {
   Json::Value row;

@@ -5,6 +5,7 @@
 
 #include "Options.h"
 #include "PageDocument.h"
+#include "Records.h"
 #include "Text.h"
 #include "Verbs.h"
 #include "WholeFile.h"
@@ -12,13 +13,9 @@
 namespace zav::pyxctl {
 namespace {
 
-using pyxclient::Record;
-
 constexpr const char* kStandardOutput = "-";
 /// A page of that many is still quick to search.
 constexpr std::int32_t kUsualLines = 10000;
-/// So many records in a row that cannot be read are no matter of their size.
-constexpr std::size_t kMostUnreadable = 16;
 
 struct Asked {
   std::string path;
@@ -44,22 +41,10 @@ std::optional<pyxclient::Status> ReadableStatus(pyxclient::Client& client) {
   }
 }
 
-/// Goes on behind a record that no answer can hold, and counts it.
-std::optional<Record> NextReadable(pyxclient::Log& log, std::size_t& unreadable) {
-  for (std::size_t inARow = 0;; ++inARow) {
-    try {
-      return log.Next();
-    } catch (const pyxclient::Error& error) {
-      if (error.failure() != pyxclient::Failure::kMalformed || inARow == kMostUnreadable) throw;
-      ++unreadable;
-    }
-  }
-}
-
 /// Keeps of each record only what the page shows: the whole may be a thousand times as much.
 void ReadRecords(pyxclient::Client& client, const Asked& asked, PageContent& content) {
   pyxclient::Log log = client.Log({.maxCount = asked.lines, .reverse = true});
-  while (const auto record = NextReadable(log, content.unreadable)) content.records.push_back(PageRecordOf(*record));
+  while (const auto record = NextThatFits(log, content.unreadable)) content.records.push_back(PageRecordOf(*record));
 }
 
 PageContent Gather(pyxclient::Client& client, const Asked& asked) {

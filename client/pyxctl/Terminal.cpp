@@ -29,7 +29,8 @@ Terminal TerminalOf(int fd) {
   terminal.isTerminal = ::isatty(fd) == 1;
   if (!terminal.isTerminal) return terminal;
   const std::string_view kind = Variable("TERM");
-  terminal.hasColours = Variable("NO_COLOR").empty() && !kind.empty() && kind != "dumb";
+  terminal.canMove = !kind.empty() && kind != "dumb";
+  terminal.hasColours = terminal.canMove && Variable("NO_COLOR").empty();
   winsize size{};
   if (::ioctl(fd, TIOCGWINSZ, &size) == 0) terminal.width = size.ws_col;
   return terminal;

@@ -10,6 +10,8 @@ enum class Colour { kBold, kRed, kGreen, kYellow, kDim };
 /// What a person looks at. What goes elsewhere, into a file say, has no colours and lines of any width.
 struct Terminal {
   bool isTerminal = false;
+  /// Whether what is shown can be replaced.
+  bool canMove = false;
   /// Not where NO_COLOR is set, or the terminal knows none.
   bool hasColours = false;
   /// The columns of a line, 0 for as many as it takes.

@@ -15,11 +15,15 @@ struct CodePoints {
 };
 
 /// Printable to the system, but able to make a line read as another: soft hyphen, zero width and directional marks,
-/// invisible operators and tags.
+/// fillers, invisible operators, selectors and tags.
 constexpr std::array kDeceptive = {
-    CodePoints{0x00AD, 0x00AD}, CodePoints{0x061C, 0x061C}, CodePoints{0x180E, 0x180E},
-    CodePoints{0x200B, 0x200F}, CodePoints{0x2028, 0x202E}, CodePoints{0x2060, 0x206F},
-    CodePoints{0xFEFF, 0xFEFF}, CodePoints{0xFFF9, 0xFFFB}, CodePoints{0xE0000, 0xE007F}};
+    CodePoints{0x00AD, 0x00AD},   CodePoints{0x034F, 0x034F},   CodePoints{0x061C, 0x061C},
+    CodePoints{0x115F, 0x1160},   CodePoints{0x17B4, 0x17B5},   CodePoints{0x180B, 0x180F},
+    CodePoints{0x2800, 0x2800},   CodePoints{0x3164, 0x3164},   CodePoints{0xFE00, 0xFE0F},
+    CodePoints{0xFFA0, 0xFFA0},   CodePoints{0x1BCA0, 0x1BCA3}, CodePoints{0x1D173, 0x1D17A},
+    CodePoints{0xE0100, 0xE01EF}, CodePoints{0x200B, 0x200F},   CodePoints{0x2028, 0x202E},
+    CodePoints{0x2060, 0x206F},   CodePoints{0xFEFF, 0xFEFF},   CodePoints{0xFFF9, 0xFFFB},
+    CodePoints{0xE0000, 0xE007F}};
 
 bool IsPrintable(wchar_t c) {
   const auto holds = [c](const CodePoints& range) { return range.first <= c && c <= range.last; };

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Options.h"
+#include "Records.h"
 #include "Selection.h"
 #include "Text.h"
 #include "Times.h"
@@ -35,6 +36,8 @@ using Ranking = std::vector<std::pair<std::string, std::size_t>>;
 
 struct Sums {
   std::size_t records = 0;
+  /// Those that no answer can hold are not among them.
+  std::size_t tooLarge = 0;
   Time first = pyxclient::kEnd;
   Time last = pyxclient::kBeginning;
   Counts threats;
@@ -48,13 +51,14 @@ std::string HostOf(const Record& record) {
 
 Sums Sum(pyxclient::Client& client, const Selection& selection) {
   Sums sums;
-  for (const Record& record : client.Log({selection.range.from, selection.range.to})) {
-    if (!selection.HoldsText(record)) continue;
+  pyxclient::Log log = client.Log({selection.range.from, selection.range.to});
+  while (const auto record = NextThatFits(log, sums.tooLarge)) {
+    if (!selection.HoldsText(*record)) continue;
     ++sums.records;
-    sums.first = std::min(sums.first, record.time);
-    sums.last = std::max(sums.last, record.time);
-    ++sums.threats[record.threat];
-    ++sums.hosts[HostOf(record)];
+    sums.first = std::min(sums.first, record->time);
+    sums.last = std::max(sums.last, record->time);
+    ++sums.threats[record->threat];
+    ++sums.hosts[HostOf(*record)];
   }
   return sums;
 }
@@ -153,9 +157,11 @@ Action DeclareTop(CLI::App& command) {
   DeclareInterval(command, asked->interval, "How often to look again, on a terminal");
   command.add_flag("--once", asked->once, "Look once, on a terminal too");
   return [asked](Session& session) {
-    const bool watches = session.output.format() == Format::kHuman && session.output.terminal().isTerminal;
+    const bool watches = session.output.format() == Format::kHuman && session.output.terminal().canMove;
     if (watches && !asked->once) return Watch(session, *asked);
-    Write(session.output, Sum(session.client, asked->selection), asked->lines);
+    const Sums sums = Sum(session.client, asked->selection);
+    Write(session.output, sums, asked->lines);
+    ComplainOfTooLarge(sums.tooLarge);
     return ExitStatus::kDone;
   };
 }

@@ -1,12 +1,12 @@
 #include "WholeFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -29,16 +29,21 @@ fs::path TargetOf(const std::string& path) {
   return fs::canonical(path);
 }
 
-/// A file beside its target, which it takes the place of, or goes.
+/// A file beside its target, which it takes the place of, or goes. Its name is always the same, so that what is killed
+/// leaves one at most; who else writes the same target waits for the lock on it.
 class NewFile {
  public:
-  explicit NewFile(const fs::path& path) : target(path), name(path.string() + ".XXXXXX") {
-    fd = ::mkostemp(name.data(), O_CLOEXEC);
-    Check(fd != -1, target);
+  explicit NewFile(const fs::path& path) : target(path), name(path.string() + ".new") {
+    do {
+      if (fd != -1) ::close(fd);
+      fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+      Check(fd != -1 && ::flock(fd, LOCK_EX) == 0, target);
+    } while (!IsStillThere());
+    Check(::ftruncate(fd, 0) == 0, target);
   }
   ~NewFile() {
-    ::close(fd);
     if (!name.empty()) ::unlink(name.c_str());
+    ::close(fd);
   }
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
@@ -53,16 +58,37 @@ class NewFile {
   }
 
   void TakeItsPlace() {
-    // The only way to learn the mask is to set it.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    Check(::fchmod(fd, 0666 & ~mask) == 0, target);
+    SetRights();
     Check(::fsync(fd) == 0, target);
     Check(::rename(name.c_str(), target.c_str()) == 0, target);
     name.clear();
   }
 
  private:
+  /// Whoever had the lock before may have put the file in its target's place, or removed it.
+  bool IsStillThere() const {
+    struct stat opened {};
+    struct stat named {};
+    Check(::fstat(fd, &opened) == 0, target);
+    return ::lstat(name.c_str(), &named) == 0 && named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
+  }
+
+  /// Those of the file that is replaced; of a new one, those that the process gives its files.
+  void SetRights() const {
+    struct stat before {};
+    if (::stat(target.c_str(), &before) == 0) {
+      // Only root gives files away.
+      const int given = ::fchown(fd, before.st_uid, before.st_gid);
+      Check(given == 0 || errno == EPERM, target);
+      Check(::fchmod(fd, before.st_mode & 07777) == 0, target);
+      return;
+    }
+    // The only way to learn the mask is to set it.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    Check(::fchmod(fd, 0666 & ~mask) == 0, target);
+  }
+
   fs::path target;
   std::string name;
   int fd = -1;

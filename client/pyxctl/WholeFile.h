@@ -6,7 +6,8 @@
 namespace zav::pyxctl {
 
 /// Writes a file whole or not at all: what was there stays until the new content is on the disk, and stays where that
-/// fails. A new file has the rights that the process gives its files; a symbolic link is followed.
+/// fails. The rights of a file that is replaced stay, a new one has those that the process
+/// gives its files; a symbolic link is followed.
 ///
 /// @throws std::runtime_error, in words, where that cannot be done, and where something else than a file is there: a
 ///         device or a pipe would be replaced.

@@ -28,7 +28,8 @@ constexpr std::array kConsequences = {
                 "check that the socket is the plug-in's and that both are of one version"},
     Consequence{Failure::kRejected, ExitStatus::kRejected, "the platform log may say more"},
     Consequence{Failure::kUnknownOutcome, ExitStatus::kNoAnswer,
-                "look with 'pyxctl log --reverse' before reporting it again"},
+                "look with 'pyxctl log -n 10' before asking for it again"},
+    Consequence{Failure::kTooLarge, ExitStatus::kNoAnswer, "look at the rest with 'pyxctl log'"},
     Consequence{Failure::kOutOfRange, ExitStatus::kUsage, "see pyxctl --help"},
     Consequence{Failure::kSystem, ExitStatus::kLocalFailure, "try again"},
 };

@@ -25,11 +25,11 @@ class TheCInterface : public testing::Test {
 
 TEST_F(TheCInterface, SaysItsResultsInWordsOfTheirOwn) {
   std::set<std::string> texts;
-  for (pyx_result result = PYX_NO_MEMORY; result <= PYX_CHANGED; ++result) texts.insert(pyx_result_text(result));
-  EXPECT_EQ(texts.size(), static_cast<std::size_t>(PYX_CHANGED - PYX_NO_MEMORY + 1));
+  for (pyx_result result = PYX_TOO_LARGE; result <= PYX_CHANGED; ++result) texts.insert(pyx_result_text(result));
+  EXPECT_EQ(texts.size(), static_cast<std::size_t>(PYX_CHANGED - PYX_TOO_LARGE + 1));
   EXPECT_FALSE(texts.contains("unknown result"));
   EXPECT_STREQ(pyx_result_text(PYX_CHANGED + 1), "unknown result");
-  EXPECT_STREQ(pyx_result_text(PYX_NO_MEMORY - 1), "unknown result");
+  EXPECT_STREQ(pyx_result_text(PYX_TOO_LARGE - 1), "unknown result");
 }
 
 TEST_F(TheCInterface, RefusesNullWhereSomethingHasToBe) {

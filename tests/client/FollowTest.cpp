@@ -220,11 +220,37 @@ TEST_F(AnExport, RefusesAFileThatHoldsNoCursor) {
   }
 }
 
-TEST_F(AnExport, SaysThatItsCursorFileCannotBeWritten) {
+TEST_F(AnExport, SaysThatItsCursorFileCannotBeWrittenBeforeItWritesAnything) {
   log.Add(1);
   const Outcome outcome = Export({"--cursor-file", directory.path() / "none" / "cursor"});
   EXPECT_EQ(outcome.status, 4);
+  EXPECT_EQ(outcome.out, "");
   EXPECT_THAT(outcome.err, HasSubstr("cursor: No such file or directory"));
+}
+
+TEST_F(AnExport, TakesNoOtherThingThanAFileForItsCursor) {
+  const std::string pipe = directory.path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& other : {pipe, directory.path().string(), std::string("/dev/zero")}) {
+    const Outcome outcome = Export({"--cursor-file", other});
+    EXPECT_EQ(outcome.status, 4);
+    EXPECT_EQ(outcome.err, "pyxctl: " + other + " is no file for a cursor\n");
+  }
+}
+
+TEST_F(AnExport, LeavesOutARecordThatNoAnswerCanHold) {
+  log.Add(0);
+  log.Add(std::string(kLongestAnswer, 'u'), 1);
+  log.Add(2);
+  const Outcome outcome = ExportFurther();
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out, EndsWith("1,0" + Row(0) + "1,2" + Row(2)));
+  EXPECT_EQ(outcome.err, "pyxctl: 1 record is larger than an answer can be, and left out\n");
+  for (const char* const verb : {"log", "top"}) {
+    const Outcome shown = RunPyxctl({verb, "--socket", log.path(), "--timeout", "20"});
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.err, outcome.err);
+  }
 }
 
 TEST_F(AnExport, ReplacesItsCursorFileInOneStep) {

@@ -288,6 +288,8 @@ TEST(ACommandLine, EndsWith2WhenItIsWrong) {
       {"log", "-n", "1", "--start", "1"},
       {"log", "--grep", "("},
       {"follow", "--interval", "0"},
+      {"follow", "--interval", "nan"},
+      {"top", "--interval", "-nan"},
       {"log", "--start", ""},
       {"log", "--since", "@6", "--until", "@5"},
       {"count", "--since", "@6", "--until", "@5"},

@@ -188,9 +188,11 @@ TEST_F(TheReportPageVerb, EndsWith4WhereItCannotWrite) {
 }
 
 TEST_F(TheReportPageVerb, LeavesOutARecordThatNoAnswerCanHold) {
-  // The service's answer is cut off where it is larger than a text can be: the size alone tells.
-  const std::string tooLarge = Words({0, 10, 16'777'217});
-  std::vector<Script> scripts = Asking(Newest(1, tooLarge));
+  // The service ends the connection where a text would be larger than it may be.
+  std::vector<Script> scripts = Asking([](Peer& peer) {
+    peer.Read(Header(18).size() + 24);
+    peer.Send(Words({0, 10}));
+  });
   scripts.push_back([](Peer& peer) {
     EXPECT_EQ(peer.Read(Header(18).size() + 24).substr(0, 16), Header(18));
     peer.Send(LogAnswer(R"({"9":{"threat":"phishing","timestamp":0,"url":"http://a.example/"}})"));
@@ -225,6 +227,36 @@ TEST(AWholeFile, IsThereWithTheRightsOfANewFile) {
   ::umask(before);
   EXPECT_EQ(Contents(directory / "file"), "content");
   EXPECT_EQ(ModeOf(directory / "file"), 0640U);
+}
+
+TEST(AWholeFile, KeepsTheRightsOfTheOneThatItReplaces) {
+  const TemporaryDirectory directory;
+  Write(directory / "file", "old");
+  fs::permissions(directory / "file", fs::perms(0600));
+  pyxctl::WriteWholeFile(directory / "file", "content");
+  EXPECT_EQ(Contents(directory / "file"), "content");
+  EXPECT_EQ(ModeOf(directory / "file"), 0600U);
+}
+
+TEST(AWholeFile, TakesOverWhatAKilledWriterLeft) {
+  const TemporaryDirectory directory;
+  Write(directory / "file.new", "a longer text than the new one");
+  pyxctl::WriteWholeFile(directory / "file", "content");
+  EXPECT_EQ(Contents(directory / "file"), "content");
+  EXPECT_FALSE(fs::exists(directory / "file.new"));
+}
+
+TEST(AWholeFile, IsOneOfThoseThatWereWrittenAtOnce) {
+  const TemporaryDirectory directory;
+  const auto writing = [&directory](char letter) {
+    for (int i = 0; i < 200; ++i) pyxctl::WriteWholeFile(directory / "file", std::string(1000, letter));
+  };
+  std::thread other(writing, 'a');
+  writing('b');
+  other.join();
+  const std::string content = Contents(directory / "file");
+  EXPECT_EQ(content, std::string(1000, content.at(0)));
+  EXPECT_FALSE(fs::exists(directory / "file.new"));
 }
 
 TEST(AWholeFile, TakesThePlaceOfWhatALinkPointsTo) {

@@ -87,6 +87,17 @@ TEST(AReport, HasAnUnknownOutcomeWhenItsAnswerIsNotFinished) {
   EXPECT_EQ(FailureOfReport(service, kShort), Failure::kUnknownOutcome);
 }
 
+TEST(AReset, IsSentOnceWhereItMayHaveBeenTaken) {
+  const FakeService service{[](Peer& peer) { peer.Read(Header(19).size()); }};
+  EXPECT_EQ(FailureOf([&] { ClientOf(service.path(), kShort).Reset(); }), Failure::kUnknownOutcome);
+  EXPECT_EQ(service.connections(), 1);
+}
+
+TEST(AReset, IsSentAgainWhereItWasRefused) {
+  const FakeService service{Refuse, Refuse, Answering(Header(19), Words({0}))};
+  EXPECT_NO_THROW(ClientOf(service.path()).Reset());
+}
+
 TEST(AReport, TimesOutWhenItIsNotTaken) {
   const std::string url(4'000'000, 'u');
   const FakeService service{[](Peer& peer) {

@@ -93,15 +93,24 @@ TEST_F(OnATerminal, ThePagerGetsWholeLines) {
 TEST_F(OnATerminal, APersonMayLeaveThePagerEarly) {
   log.AddUpTo(0, 1999);
   PyxctlOnATerminal pyxctl(Command({"log"}), {"TERM=xterm", "PATH=/usr/bin:/bin", "PAGER=head -n 1"});
-  pyxctl.Wait();
+  EXPECT_EQ(pyxctl.Wait(), 0);
   EXPECT_THAT(pyxctl.shown(), HasSubstr("INDEX"));
   EXPECT_THAT(pyxctl.shown(), Not(HasSubstr("pyxctl:")));
 }
 
-TEST_F(OnATerminal, APagerThatDoesNotExistIsNamedByTheShell) {
-  PyxctlOnATerminal pyxctl(Command({"log"}), {"TERM=xterm", "PAGER=no-such-pager"});
-  pyxctl.Wait();
+TEST_F(OnATerminal, APagerThatDoesNotExistHidesNothing) {
+  log.AddUpTo(0, 99);
+  PyxctlOnATerminal pyxctl(Command({"log"}), {"TERM=xterm", "TZ=UTC", "PAGER=no-such-pager"});
+  EXPECT_EQ(pyxctl.Wait(), 0);
   EXPECT_THAT(pyxctl.shown(), HasSubstr("no-such-pager"));
+  EXPECT_THAT(pyxctl.shown(), EndsWith("\n99     1970-01-01 00:01:39          99\n"));
+}
+
+TEST_F(OnATerminal, ADeviceWithoutAPagerShowsItAll) {
+  log.AddUpTo(0, 99);
+  PyxctlOnATerminal pyxctl(Command({"log"}), {"TERM=xterm", "TZ=UTC", "PATH=/nonexistent"});
+  EXPECT_EQ(pyxctl.Wait(), 0);
+  EXPECT_THAT(pyxctl.shown(), EndsWith("\n99     1970-01-01 00:01:39          99\n"));
 }
 
 TEST_F(OnATerminal, ThereIsNoPagerWhereNoneIsWanted) {

@@ -60,23 +60,25 @@ enum {
   /* The service was there and ended every connection without an answer, until the deadline. The request was not carried
      out. */
   PYX_REFUSED = -2,
-  /* The deadline passed without a whole answer. A report that ends so was not taken by the service; another request may
-     still be carried out. */
+  /* The deadline passed without a whole answer. A report or a reset that ends so was not taken by the service; another
+     request may still be carried out. */
   PYX_TIMED_OUT = -3,
   /* The service answered that it did not do what was asked. */
   PYX_REJECTED = -4,
-  /* Something answered that does not speak the protocol, or its answer was cut off. Of a report this says nothing about
-     whether it was logged. */
+  /* Something answered that does not speak the protocol, or its answer was cut off. Of a report or a reset this says
+     nothing about whether it was carried out. */
   PYX_MALFORMED = -5,
-  /* Of a report: the service may have taken it whole, and nothing tells whether it was logged. To report it again may
-     log it twice. */
+  /* Of a report or a reset: the service may have taken it whole, and nothing tells whether it was carried out. To report
+     it again may log it twice; to reset again may delete what came meanwhile. */
   PYX_UNKNOWN_OUTCOME = -6,
   /* An argument lies outside its limits, or is NULL where it may not be; nothing was sent. */
   PYX_OUT_OF_RANGE = -7,
   /* This machine could not do its part: no descriptors. */
   PYX_SYSTEM = -8,
   /* Nor this: no memory. */
-  PYX_NO_MEMORY = -9
+  PYX_NO_MEMORY = -9,
+  /* Of pyx_log_next: a single record is larger than an answer can be. The next call goes on behind it. */
+  PYX_TOO_LARGE = -10
 };
 
 /* One line of words for a result, such as "no service"; for a number that is none, "unknown result". Never NULL. */
@@ -127,7 +129,9 @@ PYX_API pyx_result pyx_report(pyx_client* client, const char* url, size_t url_si
 /* How many records lie between two times, both included, in seconds since the epoch, neither negative. */
 PYX_API pyx_result pyx_count(pyx_client* client, int32_t from, int32_t to, int32_t* count);
 
-/* Deletes every record; the settings and the counters stay. PYX_REJECTED: the empty log could not be stored. */
+/* Deletes every record; the settings and the counters stay. PYX_REJECTED: the empty log could not be stored. Like a
+   report it is sent again only where it is certain that the service has not taken it whole; else the result is
+   PYX_UNKNOWN_OUTCOME. */
 PYX_API pyx_result pyx_reset(pyx_client* client);
 
 /* -- The log in numbers -------------------------------------------------------------------------------------------- */
@@ -216,7 +220,7 @@ PYX_API pyx_result pyx_log_resume(pyx_client* client, const char* cursor, pyx_lo
    left out that was there the whole time, unless the log is emptied or numbered anew and nothing tells where the walk
    was: then the result is PYX_CHANGED once, and a walk in reverse ends.
 
-   PYX_MALFORMED also for a single record that is larger than an answer can be; the call after it goes on behind that.
+   After PYX_TOO_LARGE the next call goes on behind the record that is larger than an answer can be.
  */
 PYX_API pyx_result pyx_log_next(pyx_log* log, const pyx_record** record);
 

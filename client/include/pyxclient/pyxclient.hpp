@@ -35,6 +35,7 @@ enum class Failure : pyx_result {
   kUnknownOutcome = PYX_UNKNOWN_OUTCOME,
   kOutOfRange = PYX_OUT_OF_RANGE,
   kSystem = PYX_SYSTEM,
+  kTooLarge = PYX_TOO_LARGE,
 };
 
 /// What the calls throw beside `std::bad_alloc`. `what()` is one line of words.

@@ -11,6 +11,9 @@ constexpr std::size_t kReadVersion = 19;
 constexpr char kWithJournal = 1;
 constexpr char kWithWriteAheadLog = 2;
 
+constexpr std::chrono::seconds kPatience{10};
+constexpr int kStepsBetweenLooks = 100000;
+
 struct Finalize {
   void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
@@ -51,9 +54,16 @@ DatabaseCopy::DatabaseCopy(std::string bytes) : bytes_(std::move(bytes)) {
   // What a file's schema says is not carried out, and nothing goes to the disk.
   sqlite3_db_config(raw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   Ask("PRAGMA temp_store = MEMORY");
+  // A schema may make a question of a few words take for ever.
+  sqlite3_progress_handler(raw, kStepsBetweenLooks, IsTooLong, this);
+}
+
+int DatabaseCopy::IsTooLong(void* copy) {
+  return std::chrono::steady_clock::now() > static_cast<const DatabaseCopy*>(copy)->end_ ? 1 : 0;
 }
 
 std::vector<std::vector<std::string>> DatabaseCopy::Ask(const std::string& sql) {
+  end_ = std::chrono::steady_clock::now() + kPatience;
   sqlite3_stmt* raw = nullptr;
   int result = sqlite3_prepare_v2(database_.get(), sql.c_str(), -1, &raw, nullptr);
   const Statement statement(raw);
@@ -64,6 +74,7 @@ std::vector<std::vector<std::string>> DatabaseCopy::Ask(const std::string& sql) 
       for (int column = 0; column < sqlite3_column_count(raw); ++column) row.push_back(TextAt(raw, column));
     }
   }
+  if (result == SQLITE_INTERRUPT) throw DatabaseError("it takes too long to be read");
   if (result != SQLITE_DONE) throw DatabaseError(sqlite3_errmsg(database_.get()));
   return rows;
 }
@@ -95,6 +106,8 @@ std::map<std::pair<std::string, std::string>, std::string> DatabaseCopy::Schema(
 }
 
 std::map<std::string, std::string> DatabaseCopy::Rows() {
+  // A view of that name may have any number of rows.
+  if (!Schema().contains({"table", "PYXPlugin"})) throw DatabaseError("there is no table PYXPlugin");
   std::map<std::string, std::string> rows;
   for (const auto& row : Ask("SELECT name, value FROM PYXPlugin")) rows[row[0]] = row[1];
   return rows;

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -21,6 +22,8 @@ class DatabaseCopy {
  public:
   /// @throws DatabaseError  what the engine says at once; the rest comes with the questions.
   explicit DatabaseCopy(std::string bytes);
+  DatabaseCopy(const DatabaseCopy&) = delete;
+  DatabaseCopy& operator=(const DatabaseCopy&) = delete;
 
   /// What the engine finds wrong with it, and what the plug-in does not take either; empty when it is sound.
   std::string Damage();
@@ -35,12 +38,15 @@ class DatabaseCopy {
   /// The columns' texts of every row.
   std::vector<std::vector<std::string>> Ask(const std::string& sql);
   std::string FormatDamage() const;
+  static int IsTooLong(void* copy);
 
   struct Close {
     void operator()(sqlite3* database) const { sqlite3_close(database); }
   };
 
   std::string bytes_;
+  /// When the question that is being asked has taken too long.
+  std::chrono::steady_clock::time_point end_;
   std::unique_ptr<sqlite3, Close> database_;
 };
 

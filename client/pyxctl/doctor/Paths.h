@@ -12,7 +12,10 @@ struct Paths {
   std::string socket = PYX_DEFAULT_SOCKET;
   std::string storageDirectory = "/opt/data/dpm/dplugins/zav-pyx-plugin";
 
-  std::string RunDirectory() const { return socket.substr(0, socket.rfind('/')); }
+  std::string RunDirectory() const {
+    const auto end = socket.rfind('/');
+    return end == std::string::npos ? "." : socket.substr(0, end);
+  }
   std::string DefaultPolicy() const { return storageDirectory + "/policy.json"; }
   std::string Database() const { return storageDirectory + "/.data.db"; }
   std::string Journal() const { return Database() + "-journal"; }

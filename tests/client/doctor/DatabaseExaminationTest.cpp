@@ -135,7 +135,8 @@ TEST_F(ADatabase, IsEmpty) {
 TEST_F(ADatabase, LacksItsTable) {
   Sql("DROP TABLE PYXPlugin", path());
   EXPECT_THAT(Examined(), ElementsAre(IsProblem("it lacks the table PYXPlugin")));
-  EXPECT_THAT(device.Examined(ExamineStoredPolicies), ElementsAre(IsWarning("they cannot be read: no such table")));
+  EXPECT_THAT(device.Examined(ExamineStoredPolicies),
+              ElementsAre(IsWarning("they cannot be read: there is no table PYXPlugin")));
 }
 
 TEST_F(ADatabase, HasAnotherTableOfThatName) {
@@ -187,6 +188,15 @@ TEST_F(ABackup, IsMissing) {
 TEST_F(ABackup, IsDamaged) {
   WriteFile(backup(), std::string(8192, 'x'));
   EXPECT_THAT(ExaminedBackup(), ElementsAre(IsProblem("it is damaged: file is not a database")));
+}
+
+TEST_F(ADatabase, HasAViewWithoutEndInPlaceOfItsTable) {
+  Sql("DROP TABLE PYXPlugin", path());
+  Sql("CREATE VIEW PYXPlugin(name, value) AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
+      "SELECT x, x FROM c",
+      path());
+  EXPECT_THAT(Examined(), testing::Contains(IsProblem("it lacks the table")));
+  EXPECT_THAT(device.Examined(ExamineStoredPolicies), ElementsAre(IsWarning("they cannot be read: ")));
 }
 
 TEST_F(ABackup, LacksWhatTheDatabaseHolds) {
