@@ -6,6 +6,7 @@
 #include "Text.h"
 #include "Verbs.h"
 #include "doctor/Examination.h"
+#include "doctor/ServiceRoot.h"
 
 namespace zav::pyxctl {
 namespace {
@@ -15,7 +16,7 @@ using doctor::Findings;
 using doctor::Severity;
 
 struct Asked {
-  doctor::Paths paths;
+  std::string storage;
   std::string policy;
 };
 
@@ -55,8 +56,10 @@ void WriteFindings(std::ostream& out, const Findings& findings, const Terminal& 
 
 Findings Examine(const Asked& asked, const pyxclient::Options& options) {
   if (!asked.policy.empty()) return doctor::ExaminePolicyFile(asked.policy);
-  doctor::Paths paths = asked.paths;
+  doctor::Paths paths;
   paths.socket = options.socket;
+  paths.storageDirectory =
+      asked.storage.empty() ? doctor::RootOfService(options.socket) + paths.storageDirectory : asked.storage;
   return ExamineDevice(paths, options);
 }
 
@@ -65,8 +68,7 @@ Findings Examine(const Asked& asked, const pyxclient::Options& options) {
 Action DeclareDoctor(CLI::App& command) {
   auto asked = std::make_shared<Asked>();
   command.add_option("--policy", asked->policy, "Check this default policy file alone")->type_name("FILE");
-  command.add_option("--storage", asked->paths.storageDirectory, "The plug-in's storage directory")
-      ->capture_default_str()
+  command.add_option("--storage", asked->storage, "The plug-in's storage directory (default: the service's own)")
       ->type_name("DIRECTORY");
   return [asked](Session& session) {
     const Findings findings = Examine(*asked, session.options);

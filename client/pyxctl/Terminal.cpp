@@ -32,7 +32,10 @@ Terminal TerminalOf(int fd) {
   terminal.canMove = !kind.empty() && kind != "dumb";
   terminal.hasColours = terminal.canMove && Variable("NO_COLOR").empty();
   winsize size{};
-  if (::ioctl(fd, TIOCGWINSZ, &size) == 0) terminal.width = size.ws_col;
+  if (::ioctl(fd, TIOCGWINSZ, &size) == 0) {
+    terminal.width = size.ws_col;
+    terminal.height = size.ws_row;
+  }
   return terminal;
 }
 

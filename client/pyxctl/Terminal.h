@@ -16,6 +16,8 @@ struct Terminal {
   bool hasColours = false;
   /// The columns of a line, 0 for as many as it takes.
   std::size_t width = 0;
+  /// Its lines, 0 where that is not known.
+  std::size_t height = 0;
 
   /// `text` in a colour, where there are colours.
   std::string Painted(Colour colour, const std::string& text) const;

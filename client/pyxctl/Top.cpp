@@ -1,4 +1,5 @@
 #include <langinfo.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -135,13 +136,21 @@ void Write(Output& output, const Sums& sums, std::size_t lines) {
                    [&](std::ostream& out) { WriteSums(out, sums, lines, output.terminal()); });
 }
 
+/// As many names of each as fit on the screen below their titles.
+std::size_t LinesFor(const Terminal& terminal, std::size_t asked) {
+  constexpr std::size_t kOtherLines = 6;
+  if (terminal.height <= kOtherLines + kViews.size()) return asked;
+  return std::min(asked, (terminal.height - kOtherLines) / kViews.size());
+}
+
 /// Shows it again and again until it is interrupted. Nothing of the terminal is changed but what it shows.
 ExitStatus Watch(Session& session, const Asked& asked) {
   constexpr const char* kHome = "\x1b[H\x1b[2J";
   for (;;) {
     const Sums sums = Sum(session.client, asked.selection);
     std::cout << kHome;
-    Write(session.output, sums, asked.lines);
+    // A window may have another size by now.
+    Write(session.output, sums, LinesFor(TerminalOf(STDOUT_FILENO), asked.lines));
     if (!session.output.Flush()) return ExitStatus::kDone;
     std::this_thread::sleep_for(std::chrono::duration<double>(asked.interval));
   }

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "GrowingLog.h"
@@ -161,6 +162,16 @@ TEST_F(OnATerminal, TopLooksAgainUntilItIsInterrupted) {
   EXPECT_TRUE(pyxctl.HasShown("2 records, "));
   pyxctl.Type("\x03");
   EXPECT_EQ(pyxctl.Wait(), -1) << "ended by the interrupt";
+}
+
+TEST_F(OnATerminal, TopKeepsItsTitlesOnTheScreen) {
+  for (int number = 0; number < 20; ++number)
+    log.Add("http://h" + std::to_string(number) + ".example/", 1, std::to_string(number));
+  PyxctlOnATerminal pyxctl(Command({"top", "-n", "20"}), kPlain);
+  EXPECT_TRUE(pyxctl.HasShown("HOST"));
+  EXPECT_TRUE(pyxctl.HasShown("h16.example"));
+  const std::string first = pyxctl.shown().substr(0, pyxctl.shown().find("\x1b[H", 1));
+  EXPECT_LT(std::count(first.begin(), first.end(), '\n'), 24);
 }
 
 TEST_F(OnATerminal, TopLooksOnceWhereThatIsAskedFor) {

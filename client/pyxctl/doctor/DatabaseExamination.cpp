@@ -82,6 +82,8 @@ Findings JudgeBytes(const std::string& bytes, const std::string& remedy) {
 
 Findings JudgeMissingDatabase(const Seen& seen) {
   const std::string path = seen.paths.Database();
+  // That is said of the directory.
+  if (!EntryAt(seen.paths.storageDirectory).IsThere()) return {{Severity::kNote, "", "it was not examined", ""}};
   if (seen.service.Answers()) {
     return {Problem("there is no " + path + ": the service works on a file that was removed",
                     "stop the daemon, copy the backup there, and start it")};

@@ -125,6 +125,8 @@ Findings JudgePolicy(const std::string& text) {
 }
 
 Findings ExamineDefaultPolicy(const Seen& seen) {
+  // That is said of the directory.
+  if (!EntryAt(seen.paths.storageDirectory).IsThere()) return {{Severity::kNote, "", "it was not examined", ""}};
   return JudgeContent(seen.defaultPolicy, seen.paths.DefaultPolicy());
 }
 

@@ -49,6 +49,10 @@ Findings WhyNoAnswer(const Seen& seen) {
 Findings ExamineService(const Seen& seen) {
   if (!seen.service.Answers()) return WhyNoAnswer(seen);
   Findings findings;
+  if (seen.paths.storageDirectory.starts_with("/proc/")) {
+    findings.push_back(
+        {Severity::kNote, "", "it answers; it has a root directory of its own, which lies below /proc here", ""});
+  }
   if (!seen.service.isEnabled) {
     findings.push_back(
         {Severity::kNote, "", "it answers; the feature is off", "the daemon's command Enable switches it on"});

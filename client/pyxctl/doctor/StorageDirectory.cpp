@@ -56,6 +56,12 @@ Findings ExamineStorageDirectory(const Seen& seen) {
   const std::string& path = seen.paths.storageDirectory;
   const Entry directory = EntryAt(path);
   if (directory.IsForbidden()) return {NotExamined(path)};
+  if (!directory.IsThere() && seen.service.Answers()) {
+    return {
+        {Severity::kWarning, "",
+         "there is no " + path + ", but the service answers: its files lie elsewhere, in a root directory of its own",
+         "call pyxctl doctor as root, or name the directory with --storage"}};
+  }
   if (!directory.IsThere()) {
     return {Problem("there is no " + path,
                     "make it, owned by the daemon's user and with mode 0700, and put a policy.json into it")};
