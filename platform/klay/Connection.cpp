@@ -54,8 +54,11 @@ std::string Damage(const std::string& path, sqlite3* database) {
     return IsCutShort(path, database) ? "the file ends within a page" : "";
   }
   const int primary = result & 0xff;
-  // The general error is that of a schema in no known format.
-  if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_ERROR) return sqlite3_errmsg(database);
+  // The general error is that of a schema in no known format, and what is too big is a text of the schema whose length
+  // was damaged.
+  for (const int damage : {SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_ERROR, SQLITE_TOOBIG}) {
+    if (primary == damage) return sqlite3_errmsg(database);
+  }
   throw Exception(sqlite3_errmsg(database));
 }
 
