@@ -19,7 +19,10 @@ def main(cursor_file=pathlib.Path("watch.cursor"), pause=1.0):
         for record in log:
             # repr() keeps what a hostile url would do to the terminal away from it.
             print(record.time.isoformat(), record.threat, repr(record.url), flush=True)
-        cursor_file.write_text(log.cursor)
+        # A run that is cut short leaves the cursor before or the new one.
+        new_file = cursor_file.with_suffix(".new")
+        new_file.write_text(log.cursor)
+        new_file.replace(cursor_file)
         time.sleep(pause)
 
 

@@ -98,6 +98,24 @@ Answer Ask(const Options& options, const Request& request, Repeat repeat = Repea
   return Call(options, request, repeat, Deadline(options.timeout), act).Ask();
 }
 
+constexpr const char* kLogged = "logged the report";
+
+/// An answer that is cut off tells as little as none.
+std::int32_t ReportUntilAnswered(const Options& options, const Request& request) {
+  const Deadline deadline(options.timeout);
+  bool wasCutOff = false;
+  for (GrowingPause pause;; pause.Take(deadline)) {
+    try {
+      return Call(options, request, Repeat::kUntilAnswered, deadline, kLogged).Ask().Integer();
+    } catch (const Error& error) {
+      const bool isCutOff = error.kind() == ErrorKind::kMalformed;
+      if (isCutOff ? deadline.Passed() : wasCutOff) GiveUp(ErrorKind::kUnknownOutcome, kLogged);
+      if (!isCutOff) throw;
+      wasCutOff = true;
+    }
+  }
+}
+
 bool AskState(const Options& options, Method method, std::int32_t code) {
   const auto package = Ask(options, Request(method)).Package<ipc::StatePackage>();
   if (package.code != code || (package.state != 0 && package.state != 1)) {
@@ -140,8 +158,9 @@ bool Client::IsLoggingEnabled() const {
 void Client::Report(std::string_view url, std::string_view threat) const {
   Request request(Method::kLogThreatUrl);
   request.AddText(url, "URL").AddText(threat, "name of the threat");
-  const Repeat repeat = options.atLeastOnce ? Repeat::kUntilAnswered : Repeat::kNever;
-  ExpectDone(Ask(options, request, repeat, "logged the report").Integer(), kNotReceived,
+  const std::int32_t code = options.atLeastOnce ? ReportUntilAnswered(options, request)
+                                                : Ask(options, request, Repeat::kNever, kLogged).Integer();
+  ExpectDone(code, kNotReceived,
              url.empty() ? "the service does not log an empty URL" : "the service did not store the report");
 }
 

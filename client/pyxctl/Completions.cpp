@@ -70,8 +70,23 @@ std::vector<Completion> Values(const CLI::Option& option) {
   return values;
 }
 
+/// "--output=js": the values of the option before the sign, with it.
+std::vector<Completion> ValuesBehindSign(const std::vector<const CLI::App*>& commands, const std::string& word) {
+  const std::string name = word.substr(0, word.find('='));
+  const CLI::Option* const option = FindOptionWithValue(commands, name);
+  if (option == nullptr) return {};
+  std::vector<Completion> values = Values(*option);
+  for (Completion& each : values) each.word = name + '=' + each.word;
+  return values;
+}
+
 std::vector<Completion> Candidates(const CLI::App& program, const Words& words) {
+  // Behind that there are no options and no verbs.
+  if (std::find(words.begin(), words.end() - 1, "--") != words.end() - 1) return {};
   const auto commands = CommandsOf(program, words);
+  if (words.back().starts_with("--") && words.back().find('=') != std::string::npos) {
+    return ValuesBehindSign(commands, words.back());
+  }
   const CLI::Option* const valued = words.size() < 2 ? nullptr : FindOptionWithValue(commands, words[words.size() - 2]);
   if (valued != nullptr) return Values(*valued);
   if (words.back().starts_with('-')) return Options(commands);

@@ -13,6 +13,15 @@ namespace {
 
 constexpr const char* kVersionKey = "schema_version";
 
+/// The writer takes every text for UTF-8.
+Json::Value WithValidTexts(Json::Value value) {
+  if (value.isString()) return Valid(value.asString());
+  if (value.isObject() || value.isArray()) {
+    for (Json::Value& each : value) each = WithValidTexts(each);
+  }
+  return value;
+}
+
 /// One line of ASCII.
 std::string JsonText(const Json::Value& value) {
   static const Json::StreamWriterBuilder kOnOneLine = [] {
@@ -21,7 +30,7 @@ std::string JsonText(const Json::Value& value) {
     builder["precision"] = 6;
     return builder;
   }();
-  std::string text = Json::writeString(kOnOneLine, value);
+  std::string text = Json::writeString(kOnOneLine, WithValidTexts(value));
   // The one control character that the writer leaves as it is.
   for (auto at = text.find('\x7f'); at != std::string::npos; at = text.find('\x7f', at)) {
     text.replace(at, 1, "\\u007f");

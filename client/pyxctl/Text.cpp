@@ -79,6 +79,21 @@ std::string Printable(std::string_view text) {
   return result;
 }
 
+std::string Valid(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    wchar_t c = 0;
+    std::mbstate_t state{};
+    // A zero byte counts as no bytes.
+    const std::size_t size = std::max<std::size_t>(std::mbrtowc(&c, text.data(), text.size(), &state), 1);
+    const bool isValid = size <= text.size();
+    result += isValid ? text.substr(0, size) : "\uFFFD";
+    text.remove_prefix(isValid ? size : 1);
+  }
+  return result;
+}
+
 std::size_t Width(const std::string& text) {
   std::size_t width = 0;
   for (const char* next = text.c_str(); *next != '\0';) {

@@ -9,6 +9,9 @@ namespace zav::pyxctl {
 /// direction or the visibility of what follows, stands as \xNN a byte, and a backslash as two.
 std::string Printable(std::string_view text);
 
+/// `text` with U+FFFD in place of each byte that is none of a character of the system's locale.
+std::string Valid(std::string_view text);
+
 /// A byte as `Printable` writes one that is not printable.
 std::string Escaped(char byte);
 

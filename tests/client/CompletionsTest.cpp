@@ -39,10 +39,13 @@ TEST(ACompletion, OfAnOptionIsOfTheVerbOrOfAll) {
 TEST(ACompletion, OfAFormIsOneOfFour) {
   EXPECT_THAT(WordsFor({"log", "-o", ""}), ElementsAre("csv", "human", "json", "ndjson"));
   EXPECT_THAT(WordsFor({"--output", "h"}), ElementsAre("human"));
+  EXPECT_THAT(WordsFor({"log", "--output=n"}), ElementsAre("--output=ndjson"));
+  EXPECT_THAT(WordsFor({"log", "--nonsense=n"}), IsEmpty());
 }
 
 TEST(ACompletion, IsNotKnownForATextOrAFile) {
   EXPECT_THAT(WordsFor({"report", ""}), IsEmpty());
+  EXPECT_THAT(WordsFor({"report", "--", "-"}), IsEmpty());
   EXPECT_THAT(WordsFor({"--socket", ""}), IsEmpty());
   EXPECT_THAT(WordsFor({}), IsEmpty());
 }

@@ -220,6 +220,12 @@ TEST(AHostileText, IsEscapedWhereItIsNoUnicode) {
       HasSubstr(R"(  \x9b\xc3  u)"));
 }
 
+TEST(AHostileText, IsReplacedForAProgramWhereItIsNoUnicode) {
+  EXPECT_THAT(Said(Answering(kWholeLog, LogAnswer("{\"0\":{\"threat\":\"\x9b\xc3\",\"timestamp\":0,\"url\":\"u\"}}")),
+                   {"log", "-o", "ndjson"}),
+              HasSubstr(R"("threat":"\ufffd\ufffd")"));
+}
+
 TEST(AHostileText, IsEscapedInTheStatus) {
   EXPECT_THAT(Said(Answering(Header(16), Text(R"({"state":{"\u001b[2J\n":1}})")), {"status"}),
               HasSubstr("\n  \\x1b[2J\\x0a "));

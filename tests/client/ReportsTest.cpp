@@ -87,6 +87,21 @@ TEST(AReport, HasAnUnknownOutcomeWhenItsAnswerIsNotFinished) {
   EXPECT_EQ(FailureOfReport(service, kShort), Failure::kUnknownOutcome);
 }
 
+TEST(AReportAtLeastOnce, IsSentAgainWhereItsAnswerIsCutOff) {
+  const Script cutOff = [](Peer& peer) {
+    peer.Read(kReport.size());
+    peer.Send(Words({0}).substr(0, 2));
+  };
+  const FakeService service{cutOff, Refuse, cutOff, Answering(kReport, Words({0}))};
+  Client client({.socket = service.path(), .timeout = kLong, .atLeastOnce = true});
+  EXPECT_NO_THROW(client.Report("u", "t"));
+  EXPECT_EQ(service.connections(), 4);
+
+  const FakeService other{cutOff};
+  Client impatient({.socket = other.path(), .timeout = kShort, .atLeastOnce = true});
+  EXPECT_EQ(FailureOf([&] { impatient.Report("u", "t"); }), Failure::kUnknownOutcome);
+}
+
 TEST(AReset, IsSentOnceWhereItMayHaveBeenTaken) {
   const FakeService service{[](Peer& peer) { peer.Read(Header(19).size()); }};
   EXPECT_EQ(FailureOf([&] { ClientOf(service.path(), kShort).Reset(); }), Failure::kUnknownOutcome);
