@@ -49,9 +49,10 @@ return_real_paths() {
   borrowed=()
 }
 
-# put_policy OPT: makes the plug-in's directory, with the default policy in it, below what stands at /opt.
+# put_policy OPT: makes the plug-in's directory, with the default policy in it, below what stands at /opt. A policy that
+# is there already may be somebody's own.
 put_policy() {
-  local directory=$1${plugin_directory#/opt}
-  mkdir -p "$directory"
-  cp host/policy.json "$directory/policy.json"
+  local policy=$1${plugin_directory#/opt}/policy.json
+  mkdir -p "${policy%/*}"
+  [[ -e $policy ]] || cp host/policy.json "$policy"
 }

@@ -1,6 +1,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <map>
@@ -86,6 +87,17 @@ Command Leave(const CLI::App& app, const CLI::ParseError& error) {
 
 constexpr const char* kName = "pyxctl";
 
+/// The words behind the program's name, the last one first as the library takes them. "help log" is "log --help".
+std::vector<std::string> WordsOf(int argc, const char* const* argv) {
+  std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  if (!words.empty() && words.front() == "help") {
+    words.erase(words.begin());
+    words.emplace_back("--help");
+  }
+  std::reverse(words.begin(), words.end());
+  return words;
+}
+
 }  // namespace
 
 const std::map<std::string, Format>& FormatNames() {
@@ -99,7 +111,7 @@ Command ReadCommandLine(int argc, const char* const* argv) {
   Declared declared;
   Declare(app, declared);
   try {
-    app.parse(argc, argv);
+    app.parse(WordsOf(argc, argv));
     return CommandOf(app, declared);
   } catch (const CLI::ParseError& error) {
     return Leave(app, error);

@@ -23,10 +23,12 @@ bool Settle(Output& output, Reading& reading) {
   return true;
 }
 
-/// How many there are, for the bar alone: where that is refused, the records may be had all the same.
-std::size_t CountFor(pyxclient::Client& client) {
+/// How many there will be, for the bar alone: where that cannot be told, or is refused, the records may be had all the
+/// same.
+std::size_t CountFor(pyxclient::Client& client, const Asked& asked) {
+  if (asked.selection.LooksAtText() || !asked.cursorPath.empty()) return 0;
   try {
-    return static_cast<std::size_t>(client.Count());
+    return static_cast<std::size_t>(client.Count(asked.selection.range.from, asked.selection.range.to));
   } catch (const pyxclient::Error& error) {
     if (error.failure() != pyxclient::Failure::kRejected) throw;
     return 0;
@@ -45,7 +47,7 @@ std::optional<pyxclient::Record> NextOf(Reading& reading, Output& output) {
 
 ExitStatus Export(Session& session, const Asked& asked) {
   Reading reading(session.client, asked.selection, asked.cursorPath);
-  Progress progress(CountFor(session.client));
+  Progress progress(CountFor(session.client, asked));
   session.output.BeginRows(kRecordColumns);
   std::size_t count = 0;
   while (const auto record = NextOf(reading, session.output)) {

@@ -1,3 +1,5 @@
+#include "Follow.h"
+
 #include <poll.h>
 #include <unistd.h>
 
@@ -17,20 +19,13 @@ namespace {
 
 using pyxclient::Record;
 
-struct Asked {
-  Selection selection;
-  std::optional<std::size_t> lines;
-  std::string cursorPath;
-  double interval = 1;
-};
-
 /// How many records are shown of those that were there before, for a person to see where they are.
 constexpr std::size_t kUsualLines = 10;
 constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
 class Follower {
  public:
-  Follower(Session& session, const Asked& asked)
+  Follower(Session& session, const Following& asked)
       : session_(session), asked_(asked), reading_(session.client, asked.selection, asked.cursorPath) {
     session.output.BeginRows(kRecordColumns);
   }
@@ -95,22 +90,26 @@ class Follower {
   }
 
   Session& session_;
-  const Asked& asked_;
+  const Following& asked_;
   Reading reading_;
   bool answers_ = true;
 };
 
 }  // namespace
 
+ExitStatus Follow(Session& session, const Following& asked) {
+  return Follower(session, asked).Run();
+}
+
 Action DeclareFollow(CLI::App& command) {
-  auto asked = std::make_shared<Asked>();
+  auto asked = std::make_shared<Following>();
   DeclareSelection(command, asked->selection);
   DeclareNumber(command, "-n,--lines", asked->lines, "NUMBER",
                 "Show the newest so many of those that are there already (default: 10, all with a cursor file)");
   command.add_option("--cursor-file", asked->cursorPath, "Go on where that file says, and remember it there")
       ->type_name("FILE");
   DeclareInterval(command, asked->interval, "How often to look");
-  return [asked](Session& session) { return Follower(session, *asked).Run(); };
+  return [asked](Session& session) { return Follow(session, *asked); };
 }
 
 }  // namespace zav::pyxctl

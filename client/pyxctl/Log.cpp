@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "Follow.h"
 #include "Options.h"
 #include "Records.h"
 #include "Selection.h"
@@ -17,6 +18,7 @@ struct Asked {
   std::size_t lines = 0;
   std::optional<std::int32_t> startIndex;
   bool reverse = false;
+  bool follow = false;
 };
 
 /// The records in the order that was asked for. The newest ones are looked for from the newest on.
@@ -36,6 +38,13 @@ std::vector<Record> Read(pyxclient::Client& client, const Asked& asked) {
   return records;
 }
 
+Following FollowingOf(const Asked& asked) {
+  Following following;
+  following.selection = asked.selection;
+  if (asked.lines > 0) following.lines = asked.lines;
+  return following;
+}
+
 }  // namespace
 
 Action DeclareLog(CLI::App& command) {
@@ -43,9 +52,15 @@ Action DeclareLog(CLI::App& command) {
   DeclareSelection(command, asked->selection);
   CLI::Option* const lines =
       DeclareNumber(command, "-n,--lines", asked->lines, "NUMBER", "Show the newest so many (default: all)", 1);
-  DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index")->excludes(lines);
-  command.add_flag("-r,--reverse", asked->reverse, "Show the newest record first");
+  CLI::Option* const start =
+      DeclareNumber(command, "--start", asked->startIndex, "INDEX", "Start at the record of this index")
+          ->excludes(lines);
+  CLI::Option* const reverse = command.add_flag("-r,--reverse", asked->reverse, "Show the newest record first");
+  command.add_flag("-f,--follow", asked->follow, "Go on with new records as they come, as follow does")
+      ->excludes(start)
+      ->excludes(reverse);
   return [asked](Session& session) {
+    if (asked->follow) return Follow(session, FollowingOf(*asked));
     const std::vector<Record> records = Read(session.client, *asked);
     Json::Value document;
     Json::Value& list = document["records"] = Json::Value(Json::arrayValue);

@@ -35,6 +35,10 @@ void Progress::Advance() {
 }
 
 void Progress::Draw() const {
+  if (whole_ == 0) {
+    std::cerr << "\r\x1b[K" << done_ << " records" << std::flush;
+    return;
+  }
   const std::size_t whole = std::max(whole_, done_);
   const std::size_t columns = std::max(terminal_.width, kBesideTheBar + 1) - kBesideTheBar;
   const std::size_t width = std::min(kWidest, columns);

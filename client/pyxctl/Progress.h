@@ -11,7 +11,7 @@ namespace zav::pyxctl {
 /// longer than a person likes to wait, and is gone when the work is done.
 class Progress {
  public:
-  /// @param whole  how much there is to do, as far as is known.
+  /// @param whole  how much there is to do; 0 where that is not known: then there is no bar, only how much is done.
   explicit Progress(std::size_t whole);
   ~Progress();
   Progress(const Progress&) = delete;

@@ -46,6 +46,10 @@ bool Pattern::IsIn(const std::string& text) const {
   return ::regexec(expression_.get(), text.data(), 1, &whole, REG_STARTEND) == 0;
 }
 
+bool Selection::LooksAtText() const {
+  return !threats.empty() || pattern != nullptr;
+}
+
 bool Selection::HoldsText(const pyxclient::Record& record) const {
   const bool isNamed = threats.empty() || std::find(threats.begin(), threats.end(), record.threat) != threats.end();
   return isNamed && (pattern == nullptr || pattern->IsIn(record.url) || pattern->IsIn(record.threat));

@@ -47,6 +47,8 @@ struct Selection {
   /// What the url or the threat's name has to match, if anything.
   std::shared_ptr<const Pattern> pattern;
 
+  /// Whether it is more than a range.
+  bool LooksAtText() const;
   bool Holds(const pyxclient::Record& record) const;
   /// As `Holds`, of a record that lies in the range.
   bool HoldsText(const pyxclient::Record& record) const;

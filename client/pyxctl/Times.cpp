@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cstdlib>
 #include <ctime>
 #include <iomanip>
 #include <optional>
@@ -195,6 +196,24 @@ std::string Formatted(const char* format, const std::tm& parts) {
   return text.str();
 }
 
+/// Whether the clocks show this time once more, before or after they were turned back.
+bool IsTwice(const std::tm& parts) {
+  std::tm other = parts;
+  other.tm_isdst = parts.tm_isdst > 0 ? 0 : 1;
+  std::mktime(&other);
+  return other.tm_hour == parts.tm_hour && other.tm_min == parts.tm_min && other.tm_gmtoff != parts.tm_gmtoff;
+}
+
+/// As RFC 3339 has it, such as "+01:00".
+std::string ZoneText(long offset) {
+  constexpr int kMinutesOfAnHour = 60;
+  const long minutes = std::abs(offset) / kMinute;
+  std::ostringstream text;
+  text << (offset < 0 ? '-' : '+') << std::setfill('0') << std::setw(2) << minutes / kMinutesOfAnHour << ':'
+       << std::setw(2) << minutes % kMinutesOfAnHour;
+  return text.str();
+}
+
 }  // namespace
 
 Time ParseTime(const std::string& text, Time now) {
@@ -219,7 +238,9 @@ seconds ParsePeriod(const std::string& text) {
 }
 
 std::string LocalText(Time time) {
-  return Formatted("%Y-%m-%d %H:%M:%S", LocalParts(time));
+  const std::tm parts = LocalParts(time);
+  const std::string text = Formatted("%Y-%m-%d %H:%M:%S", parts);
+  return IsTwice(parts) ? text + ZoneText(parts.tm_gmtoff) : text;
 }
 
 std::string Rfc3339Text(Time time) {

@@ -26,7 +26,8 @@ pyxclient::Time ParseTime(const std::string& text, pyxclient::Time now);
 /// @throws std::invalid_argument as `ParseTime` does.
 std::chrono::seconds ParsePeriod(const std::string& text);
 
-/// A time for a person, such as "2026-11-20 14:00:05", in the time zone of the system. `ParseTime` takes it.
+/// A time for a person, such as "2026-11-20 14:00:05", in the time zone of the system, which it names where the clocks
+/// show the same time twice: "2026-10-25 02:30:00+01:00". `ParseTime` takes it.
 std::string LocalText(pyxclient::Time time);
 
 /// A time for a program: RFC 3339 in UTC, such as "2026-11-20T13:00:05Z". `ParseTime` takes it.

@@ -7,9 +7,9 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <thread>
 
 #include "Options.h"
+#include "QuitKey.h"
 #include "Records.h"
 #include "Selection.h"
 #include "Text.h"
@@ -143,17 +143,18 @@ std::size_t LinesFor(const Terminal& terminal, std::size_t asked) {
   return std::min(asked, (terminal.height - kOtherLines) / kViews.size());
 }
 
-/// Shows it again and again until it is interrupted. Nothing of the terminal is changed but what it shows.
+/// Shows it again and again until it is interrupted, or the key "q" is pressed.
 ExitStatus Watch(Session& session, const Asked& asked) {
   constexpr const char* kHome = "\x1b[H\x1b[2J";
-  for (;;) {
+  QuitKey quit;
+  do {
     const Sums sums = Sum(session.client, asked.selection);
     std::cout << kHome;
     // A window may have another size by now.
     Write(session.output, sums, LinesFor(TerminalOf(STDOUT_FILENO), asked.lines));
     if (!session.output.Flush()) return ExitStatus::kDone;
-    std::this_thread::sleep_for(std::chrono::duration<double>(asked.interval));
-  }
+  } while (!quit.IsPressedWithin(std::chrono::duration<double>(asked.interval)));
+  return ExitStatus::kDone;
 }
 
 }  // namespace

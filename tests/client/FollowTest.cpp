@@ -71,6 +71,20 @@ TEST_F(AFollower, ShowsOnlyWhatIsSelected) {
   EXPECT_THAT(follower.out(), Not(HasSubstr("http://a.example/"))) << "a pattern with capitals minds them";
 }
 
+TEST_F(AFollower, IsALogThatGoesOn) {
+  log.AddUpTo(0, 3);
+  const RunningPyxctl pyxctl({"log", "-f", "-n", "2", "--grep", "1|2|3|4|9", "--socket", log.path(), "-o", "csv"});
+  EXPECT_TRUE(pyxctl.HasWritten("3\n"));
+  log.Add(9);
+  EXPECT_TRUE(pyxctl.HasWritten("9\n"));
+  EXPECT_THAT(pyxctl.out(), Not(HasSubstr(",1\n")));
+  for (const std::vector<std::string>& other : std::vector<std::vector<std::string>>{{"-r"}, {"--start", "1"}}) {
+    std::vector<std::string> arguments = {"log", "--follow", "--socket", log.path()};
+    arguments.insert(arguments.end(), other.begin(), other.end());
+    EXPECT_EQ(RunPyxctl(arguments).status, 2) << other.front();
+  }
+}
+
 TEST_F(AFollower, GoesOnWhereAnEarlierOneStopped) {
   log.AddUpTo(0, 3);
   {
@@ -267,6 +281,22 @@ TEST_F(AnExport, ReplacesItsCursorFileInOneStep) {
   EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "nothing else is left";
 }
 
+#ifdef ZAV_SYNC_ORDER
+TEST_F(AnExport, HasItsRecordsOnTheDiskBeforeItRemembersThem) {
+  log.AddUpTo(0, 2);
+  const std::string order = directory.path() / "order";
+  Surroundings surroundings;
+  surroundings.environment.insert(surroundings.environment.end(),
+                                  {std::string("LD_PRELOAD=") + ZAV_SYNC_ORDER, "SYNC_ORDER=" + order});
+  surroundings.outPath = directory.path() / "out";
+  const Outcome outcome =
+      RunPyxctl({"export", "--socket", log.path(), "--cursor-file", directory.path() / "cursor"}, surroundings);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  std::ifstream file(order);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "sync\nrename\n");
+}
+#endif
+
 TEST_F(AnExport, EndsWith3WhenTheServiceStaysBusy) {
   log.SetBusy(true);
   const Outcome outcome = RunPyxctl({"export", "--socket", log.path(), "--timeout", "0.3"});
@@ -284,6 +314,30 @@ TEST_F(AnExport, ShowsItsProgressWhereItTakesLong) {
   EXPECT_THAT(pyxctl.shown(), EndsWith("\x1b[K")) << "the bar is gone at the end";
   std::ifstream file(out);
   EXPECT_EQ(std::count(std::istreambuf_iterator<char>(file), {}, '\n'), 200);
+}
+
+TEST_F(AnExport, ShowsOnlyHowMuchIsDoneWhereTheWholeIsNotKnown) {
+  log.AddUpTo(0, 199);
+  log.SetDelay(std::chrono::milliseconds(600));
+  for (const std::vector<std::string>& few : {std::vector<std::string>{"--grep", "1"},
+                                              std::vector<std::string>{"--cursor-file", directory.path() / "cursor"}}) {
+    std::vector<std::string> arguments = {"export", "--socket", log.path()};
+    arguments.insert(arguments.end(), few.begin(), few.end());
+    PyxctlOnATerminal pyxctl(arguments, {"LC_ALL=C.UTF-8", "TZ=UTC", "TERM=xterm"}, directory.path() / "out");
+    EXPECT_EQ(pyxctl.Wait(), 0);
+    EXPECT_THAT(pyxctl.shown(), testing::ContainsRegex("\x1b\\[K[0-9]+ records"));
+    EXPECT_THAT(pyxctl.shown(), Not(HasSubstr(" of ")));
+  }
+}
+
+TEST_F(AnExport, CountsTowardsWhatIsInItsRange) {
+  log.AddUpTo(0, 199);
+  log.SetDelay(std::chrono::milliseconds(600));
+  const std::string out = directory.path() / "out";
+  PyxctlOnATerminal pyxctl({"export", "--until", "@99", "--socket", log.path()},
+                           {"LC_ALL=C.UTF-8", "TZ=UTC", "TERM=xterm"}, out);
+  EXPECT_EQ(pyxctl.Wait(), 0);
+  EXPECT_THAT(pyxctl.shown(), testing::ContainsRegex("[0-9]+ of 100 records"));
 }
 
 TEST_F(AnExport, ShowsNoProgressAmongItsRecords) {

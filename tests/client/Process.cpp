@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
@@ -167,6 +168,15 @@ const std::string& PyxctlOnATerminal::shown() {
 
 bool PyxctlOnATerminal::HasShown(const std::string& text) {
   return WaitUntil([&] { return shown().find(text) != std::string::npos; }, kPatience);
+}
+
+bool PyxctlOnATerminal::IsUsual() const {
+  termios settings{};
+  return ::tcgetattr(terminal_, &settings) == 0 && (settings.c_lflag & ECHO) != 0 && (settings.c_lflag & ICANON) != 0;
+}
+
+void PyxctlOnATerminal::Signal(int number) const {
+  ::kill(pid_, number);
 }
 
 void PyxctlOnATerminal::Type(const std::string& text) const {

@@ -68,6 +68,9 @@ class PyxctlOnATerminal {
   /// Waits until a text has been shown, for at most 60 s; whether it has.
   bool HasShown(const std::string& text);
   void Type(const std::string& text) const;
+  /// Whether keys are shown as they are typed, and wait for Enter.
+  bool IsUsual() const;
+  void Signal(int number) const;
   /// Waits for its end, for at most 60 s; as `Outcome::status`.
   int Wait();
   /// What was shown so far, with "\n" for the ends of its lines.

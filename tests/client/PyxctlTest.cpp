@@ -332,5 +332,13 @@ TEST(ACommandLine, ShowsEveryVerbInItsHelp) {
   }
 }
 
+TEST(ACommandLine, TakesHelpForAVerb) {
+  EXPECT_EQ(RunPyxctl({"help"}).out, RunPyxctl({"--help"}).out);
+  const Outcome outcome = RunPyxctl({"help", "log"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, RunPyxctl({"log", "--help"}).out);
+  EXPECT_THAT(outcome.out, HasSubstr("--reverse"));
+}
+
 }  // namespace
 }  // namespace zav::client::test

@@ -72,6 +72,20 @@ class ASelection : public testing::Test {
   GrowingLog log;
 };
 
+TEST_F(ASelection, IsCounted) {
+  const auto count = [this](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"count", "--socket", log.path()});
+    const Outcome outcome = RunPyxctl(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    return outcome.out;
+  };
+  EXPECT_EQ(count({}), "4 records\n");
+  EXPECT_EQ(count({"--since", "@20", "--until", "@30"}), "2 records\n");
+  EXPECT_EQ(count({"--threat", "malware"}), "2 records\n");
+  EXPECT_EQ(count({"--grep", "ware$", "--since", "@25"}), "2 records\n");
+  EXPECT_EQ(count({"--grep", "b.example", "-o", "csv"}), "schema_version,count\n1,1\n");
+}
+
 TEST_F(ASelection, IsByTheThreat) {
   EXPECT_EQ(Given({"log", "--threat", "malware"}), "23");
   EXPECT_EQ(Given({"log", "--threat", "malware", "--threat", "phishing"}), "123");

@@ -6,6 +6,7 @@
 
 #include "GrowingLog.h"
 #include "Process.h"
+#include "support/WaitUntil.h"
 
 namespace zav::client::test {
 namespace {
@@ -162,6 +163,38 @@ TEST_F(OnATerminal, TopLooksAgainUntilItIsInterrupted) {
   EXPECT_TRUE(pyxctl.HasShown("2 records, "));
   pyxctl.Type("\x03");
   EXPECT_EQ(pyxctl.Wait(), -1) << "ended by the interrupt";
+}
+
+TEST_F(OnATerminal, TopEndsWithTheKeyForIt) {
+  PyxctlOnATerminal pyxctl(Command({"top", "--interval", "1000"}), kPlain);
+  EXPECT_TRUE(pyxctl.HasShown("no records"));
+  EXPECT_FALSE(pyxctl.IsUsual());
+  pyxctl.Type("xyz q");
+  EXPECT_EQ(pyxctl.Wait(), 0);
+  EXPECT_TRUE(pyxctl.IsUsual());
+  EXPECT_THAT(pyxctl.shown(), Not(HasSubstr("xyz"))) << "keys are not shown";
+}
+
+TEST_F(OnATerminal, TopLeavesItAsItWas) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    PyxctlOnATerminal pyxctl(Command({"top", "--interval", "1000"}), kPlain);
+    EXPECT_TRUE(pyxctl.HasShown("no records"));
+    EXPECT_FALSE(pyxctl.IsUsual());
+    pyxctl.Signal(number);
+    EXPECT_EQ(pyxctl.Wait(), -1) << "ended by the signal";
+    EXPECT_TRUE(pyxctl.IsUsual()) << number;
+  }
+}
+
+TEST_F(OnATerminal, TopLeavesItAsItWasAlsoWhenItIsStopped) {
+  PyxctlOnATerminal pyxctl(Command({"top", "--interval", "1000"}), kPlain);
+  EXPECT_TRUE(pyxctl.HasShown("no records"));
+  pyxctl.Signal(SIGTSTP);
+  EXPECT_TRUE(zav::test::WaitUntil([&] { return pyxctl.IsUsual(); }));
+  pyxctl.Signal(SIGCONT);
+  EXPECT_TRUE(zav::test::WaitUntil([&] { return !pyxctl.IsUsual(); }));
+  pyxctl.Type("Q");
+  EXPECT_EQ(pyxctl.Wait(), 0);
 }
 
 TEST_F(OnATerminal, TopKeepsItsTitlesOnTheScreen) {

@@ -146,6 +146,19 @@ TEST_F(ATime, ThatIsPrintedIsAccepted) {
   }
 }
 
+TEST_F(ATime, ThatTheClocksShowTwiceIsPrintedWithItsZone) {
+  const Time first = ParseTime("2026-10-25T00:30:00Z", kNow);
+  EXPECT_EQ(LocalText(first), "2026-10-25 02:30:00+02:00");
+  EXPECT_EQ(LocalText(first + hours(1)), "2026-10-25 02:30:00+01:00");
+  EXPECT_EQ(LocalText(first - minutes(31)), "2026-10-25 01:59:00");
+  EXPECT_EQ(LocalText(first + minutes(90)), "2026-10-25 03:00:00");
+  for (minutes since(-240); since < minutes(240); since += minutes(10)) {
+    EXPECT_EQ(ParseTime(LocalText(first + since), kNow), first + since) << since.count();
+  }
+  UseZone("XXX3:30YYY,M3.5.0,M10.5.0/3");
+  EXPECT_EQ(LocalText(ParseTime("2026-10-25T05:00:00Z", kNow)), "2026-10-25 02:30:00-02:30");
+}
+
 TEST(APeriod, IsASumOfNumbersWithUnits) {
   EXPECT_EQ(ParsePeriod("90s"), seconds(90));
   EXPECT_EQ(ParsePeriod("1h 30m"), minutes(90));

@@ -11,7 +11,8 @@
  *
  * Deadlines. Every call returns by the client's deadline, 5 s after its beginning unless set, on the monotonic clock.
  * The service takes one connection at a time and refuses those that come meanwhile: a refused request is sent again,
- * after a pause that grows from 1 ms to 64 ms, until the deadline.
+ * after a pause that grows from 1 ms to 64 ms, until the deadline. An answer that has come by then is still read, which
+ * takes a moment more where it is of megabytes.
  *
  * Threads. A client, and what it opened, is for one thread at a time. Different ones may be used at once: they share
  * nothing.
