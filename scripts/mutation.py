@@ -3,8 +3,8 @@
 
 Comparisons, logical operators, constants and early returns of src/plugin/pyx, policy and ipc are changed. COUNT mutants
 are drawn, 60 unless given. Everything happens in a copy below build/mutation; what is tested is the project as it
-stands, committed or not. Each result is kept there: what was tried before is not tried again, but for survivors after a
-change of the tests. Ends with 0 when at least 90 % of the mutants were caught; of those that were not, the ones are
+stands, committed or not. Each result is kept there: what was tried before is not tried again, but for survivors that
+tests/mutation-survivors.txt does not explain, after a change of the tests. Ends with 0 when at least 90 % of the mutants were caught; of those that were not, the ones are
 named that tests/mutation-survivors.txt does not explain.
 """
 import argparse
@@ -264,12 +264,14 @@ def main():
     known = {}
     if RESULTS.exists():
         known = {each["key"]: each for each in map(json.loads, RESULTS.read_text().splitlines())}
+    listed = SURVIVORS.read_text().splitlines()
     orders = {mutant.path: list(tests) for mutant in drawn}
     results = {"killed": [], "survived": [], "not built": []}
     tried, start = 0, time.monotonic()
     for mutant in drawn:
         result = known.get(mutant.key)
-        if not result or result["result"] == "survived" and result["tests"] != tests_digest:
+        is_open = result and result["result"] == "survived" and mutant.entry not in listed
+        if not result or is_open and result["tests"] != tests_digest:
             what, by = judge(mutant, tests, orders[mutant.path])
             result = {"key": mutant.key, "tests": tests_digest, "result": what, "mutant": mutant.name, "by": by}
             tried += 1
@@ -278,7 +280,6 @@ def main():
                 print(json.dumps(result), file=file)
         results[result["result"]].append(mutant)
 
-    listed = SURVIVORS.read_text().splitlines()
     survivors = sorted({mutant.entry for mutant in results["survived"]})
     print("survivors that nobody has judged yet:", *(entry for entry in survivors if entry not in listed), sep="\n  ")
     killed, survived, not_built = map(len, results.values())

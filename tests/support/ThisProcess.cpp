@@ -87,4 +87,15 @@ bool OccupyDescriptorsBelow(int number) {
   return last != -1;
 }
 
+OutputDescriptor::OutputDescriptor() : kept_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)) {}
+
+OutputDescriptor::~OutputDescriptor() {
+  dup2(kept_, STDOUT_FILENO);
+  close(kept_);
+}
+
+void OutputDescriptor::Free() {
+  close(STDOUT_FILENO);
+}
+
 }  // namespace zav::test

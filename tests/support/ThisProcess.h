@@ -28,4 +28,17 @@ bool IsMapped(const std::string& name);
 /// @return whether there was room.
 bool OccupyDescriptorsBelow(int number);
 
+/// Puts descriptor 1 back at its end, for a test that uses it as a host does that closed its standard output.
+class OutputDescriptor {
+ public:
+  OutputDescriptor();
+  ~OutputDescriptor();
+  static void Free();
+  OutputDescriptor(const OutputDescriptor&) = delete;
+  OutputDescriptor& operator=(const OutputDescriptor&) = delete;
+
+ private:
+  int kept_;
+};
+
 }  // namespace zav::test

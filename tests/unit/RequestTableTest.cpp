@@ -628,6 +628,12 @@ TEST_F(ASearch, WithAMaximumCountEndsWithTheRecordThatReachesIt) {
   EXPECT_EQ(Serve(Log(18, {.maxCount = 2})), Found(10, Stored({10, 11})));
 }
 
+TEST_F(ASearch, WithAMaximumCountOf1FindsOne) {
+  Start({.lastIndex = 11, .records = Stamped({8, 9, 10, 11})});
+  EXPECT_EQ(Serve(Log(17, {.maxCount = 1})), Found(8, Stored({8})));
+  EXPECT_EQ(Serve(Log(18, {.maxCount = 1})), Found(11, Stored({11})));
+}
+
 TEST_F(ASearch, CountsTheMatchesAloneAgainstItsMaximum) {
   Start({.lastIndex = 5, .records = Stamped({1, 2, 3, 4, 5})});
   EXPECT_EQ(Serve(Log(17, {.from = kBase + 3, .to = kBase + 9, .maxCount = 2})), Found(4, Stored({3, 4})));
@@ -644,6 +650,12 @@ TEST_F(ASearch, StartsAtTheGivenIndex) {
   Start({.lastIndex = 9, .records = Stamped({1, 5, 9})});
   EXPECT_EQ(Serve(Log(17, {.start = 5})), Found(9, Stored({5, 9})));
   EXPECT_EQ(Serve(Log(18, {.start = 5})), Found(1, Stored({1, 5})));
+}
+
+TEST_F(ASearch, StartsAtIndex0WhereThatIsGiven) {
+  Start({.lastIndex = 9, .records = Stamped({0, 5, 9})});
+  EXPECT_EQ(Serve(Log(17, {.start = 0})), Found(9, Stored({0, 5, 9})));
+  EXPECT_EQ(Serve(Log(18, {.start = 0})), Found(0, Stored({0})));
 }
 
 TEST_F(ASearch, StartsBetweenTheIndexesThatAreThere) {

@@ -79,10 +79,19 @@ bool TokenIsFree() {
   return true;
 }
 
-int Refusals() {
+int LinesThatBeginWith(const std::string& text) {
   const auto lines = LogRecorder::Lines();
   return static_cast<int>(std::count_if(lines.begin(), lines.end(),
-                                        [](const LogEntry& line) { return line.message.starts_with("SHUTDOWN : "); }));
+                                        [&text](const LogEntry& line) { return line.message.starts_with(text); }));
+}
+
+int Refusals() {
+  return LinesThatBeginWith("SHUTDOWN : ");
+}
+
+/// How often the service said that its wait ended for nothing that it waits for.
+int UnknownCases() {
+  return LinesThatBeginWith("unknown case!");
 }
 
 /// A client that asks for the feature's state once. @return whether it was answered.
@@ -697,6 +706,18 @@ TEST_F(AService, WaitsAHundredMillisecondsWhenItsWaitFails) {
   Start();
   EXPECT_TRUE(IsAnswered());
   failures.ExpectPauses();
+  EXPECT_EQ(UnknownCases(), 0);
+}
+
+TEST_F(AService, SaysNothingOfAWaitWhoseTimeIsUp) {
+  std::atomic<int> waits{0};
+  const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
+    return ++waits <= 3 ? std::optional<long>(0) : std::nullopt;
+  });
+  Start();
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_GT(waits, 3);
+  EXPECT_EQ(UnknownCases(), 0);
 }
 
 TEST_P(AWantOf, KeepsNoClientWaitingWhenTheServiceEnds) {
@@ -824,6 +845,16 @@ TEST_F(AServiceThatRuns, NeitherLeaksNorServesDescriptor0) {
   }));
 }
 
+TEST_F(AServiceThatRuns, ServesAClientOfDescriptor1) {
+  const OutputDescriptor output;
+  const CallHook hook(Call::kAccept4, [](const CallArguments&) -> std::optional<long> {
+    OutputDescriptor::Free();
+    return std::nullopt;
+  });
+  EXPECT_TRUE(IsAnsweredAtOnce());
+  EXPECT_TRUE(LogRecorder::WaitFor(kSocketType + " : 1"));
+}
+
 // Many descriptors
 
 TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
@@ -845,6 +876,7 @@ TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
   client->Close();
   EXPECT_TRUE(WaitUntil([&] { return !timed; }));
   Stop();
+  EXPECT_EQ(UnknownCases(), 0);
 }
 
 TEST_F(AService, ServesWithDescriptorsAbove1023) {
@@ -965,6 +997,25 @@ TEST_F(AServiceThatRuns, EndsTheClientsInItsBacklogAlsoWhereDescriptor0IsFree) {
   Stop();
   for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
   EXPECT_EQ(fcntl(0, F_GETFD), -1);
+}
+
+TEST_F(AServiceThatRuns, RefusesAClientOfDescriptor1InItsBacklog) {
+  const OutputDescriptor output;
+  std::atomic<bool> shut{false};
+  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+    if (!shut.exchange(true)) OutputDescriptor::Free();
+    return std::nullopt;
+  });
+  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    if (shut) return std::nullopt;
+    errno = EMFILE;
+    return -1;
+  });
+  RawClient clients[3];
+  Stop();
+  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  // The next one gets it, too.
+  EXPECT_EQ(LogRecorder::Count("SHUTDOWN : 1"), 3);
 }
 
 TEST_F(AServiceThatRuns, KeepsItsSocketFileUntilItsEnd) {

@@ -99,6 +99,11 @@ TEST(ASocket, IsNotGoodWithDescriptor0NorWithMinus1) {
                                                 Line(kError, "good", "socketFD : -1 " + Text(ENOENT))));
 }
 
+TEST(ASocket, IsGoodWithDescriptor1) {
+  const OutputDescriptor output;
+  EXPECT_TRUE(Socket(1).good());
+}
+
 TEST(ASocket, IsNotGoodWithAClosedDescriptor) {
   const Socket socket(kClosedDescriptor);
   EXPECT_FALSE(socket.good());
