@@ -6,6 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/say.sh
+show_help "$@"
 . scripts/build.sh
 . scripts/campaign.sh
 

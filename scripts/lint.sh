@@ -2,7 +2,9 @@
 # lint.sh: layout and static analysis of every source, on the compile commands of the release preset. Needs clang-format
 # and clang-tidy (Debian packages of these names), which nothing else of the project needs.
 set -eu
-cd "$(dirname "$0")/.."
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/say.sh
+show_help "$@"
 mapfile -t sources < <(git ls-files '*.cpp')
 mapfile -t all < <(git ls-files '*.cpp' '*.h')
 clang-format --dry-run --Werror "${all[@]}"

@@ -69,8 +69,8 @@ enum {
   /* Something answered that does not speak the protocol, or its answer was cut off. Of a report or a reset this says
      nothing about whether it was carried out. */
   PYX_MALFORMED = -5,
-  /* Of a report or a reset: the service may have taken it whole, and nothing tells whether it was carried out. To report
-     it again may log it twice; to reset again may delete what came meanwhile. */
+  /* Of a report or a reset: the service may have taken it whole, and nothing tells whether it was carried out. To
+     report it again may log it twice; to reset again may delete what came meanwhile. */
   PYX_UNKNOWN_OUTCOME = -6,
   /* An argument lies outside its limits, or is NULL where it may not be; nothing was sent. */
   PYX_OUT_OF_RANGE = -7,

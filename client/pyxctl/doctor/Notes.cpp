@@ -28,6 +28,8 @@ constexpr std::array kNotes = {
          "the next start and end of the daemon see to it"},
     Note{&Paths::NewBackup, true, Severity::kNote, "the daemon ended while it wrote the backup",
          "the next one takes its place"},
+    Note{&Paths::NewDatabase, true, Severity::kNote, "the daemon ended while it put the backup in the database's place",
+         "the next start of the daemon finishes it"},
     Note{&Paths::Damaged, false, Severity::kWarning, "a database was found damaged and set aside",
          "find out why (the disk, a power loss, another program); then remove the file"},
     Note{&Paths::DamagedJournal, false, Severity::kNote, "the journal of a damaged database was set aside with it",

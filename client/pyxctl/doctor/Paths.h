@@ -27,6 +27,7 @@ struct Paths {
   std::string Opening() const { return Database() + ".opening"; }
   std::string StaleBackup() const { return Backup() + ".stale"; }
   std::string NewBackup() const { return Backup() + ".new"; }
+  std::string NewDatabase() const { return Database() + ".new"; }
   std::string Damaged() const { return Database() + ".damaged"; }
   std::string DamagedJournal() const { return Damaged() + "-journal"; }
 };

@@ -30,6 +30,7 @@ INSTANTIATE_TEST_SUITE_P(Each, NotesBesideTheDatabase,
                                          ANote{"Opening", &Paths::Opening, Severity::kNote, true},
                                          ANote{"StaleBackup", &Paths::StaleBackup, Severity::kNote, true},
                                          ANote{"NewBackup", &Paths::NewBackup, Severity::kNote, true},
+                                         ANote{"NewDatabase", &Paths::NewDatabase, Severity::kNote, true},
                                          ANote{"Damaged", &Paths::Damaged, Severity::kWarning, false},
                                          ANote{"DamagedJournal", &Paths::DamagedJournal, Severity::kNote, false}),
                          [](const auto& each) { return each.param.name; });
