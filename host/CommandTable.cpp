@@ -51,7 +51,9 @@ std::string OneLine(std::string_view text) {
   std::string line;
   line.reserve(text.size());
   for (const char character : text) {
-    const bool control = (character >= 0 && character < ' ') || character == '\x7f';
+    // Whether a char has a sign is the machine's matter.
+    const auto byte = static_cast<unsigned char>(character);
+    const bool control = byte < ' ' || byte == 0x7f;
     control ? line.append(Escape(character)) : line.append(1, character);
   }
   return line;

@@ -10,14 +10,20 @@
 
 namespace host {
 
-Console::Console(LineSource& source, CommandTable& table, const Signals& signalsToWaitFor, bool serveOn,
-                 std::FILE* stream)
-    : input(source), commands(table), signals(signalsToWaitFor), serve(serveOn), output(stream) {}
+Console::Console(LineSource& source, CommandTable& table, const Signals& signalsToWaitFor,
+                 ServiceManager& serviceManager, bool serveOn, std::FILE* stream)
+    : input(source),
+      commands(table),
+      signals(signalsToWaitFor),
+      manager(serviceManager),
+      serve(serveOn),
+      output(stream) {}
 
 void Console::Run() {
   input.Prompt();
   while (!commands.ended()) {
     if (!serve && !input.HasNext() && input.descriptor() == -1) return;
+    manager.GiveSignOfLife();
     const Wake wake = Wait();
     if (wake.signal) return;
     if (input.HasNext()) {
@@ -29,9 +35,8 @@ void Console::Run() {
 }
 
 Console::Wake Console::Wait() const {
-  constexpr int kForever = -1;
   pollfd files[] = {{input.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}};
-  const int ready = poll(files, std::size(files), input.HasNext() ? 0 : kForever);
+  const int ready = poll(files, std::size(files), input.HasNext() ? 0 : manager.MayWaitMs());
   if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "can't wait for commands");
   return ready > 0 ? Wake{files[0].revents != 0, files[1].revents != 0} : Wake{false, false};
 }

@@ -15,6 +15,7 @@
 #include "DirectoryLock.h"
 #include "Options.h"
 #include "Plugin.h"
+#include "ServiceManager.h"
 #include "Signals.h"
 #include "StatusStorage.h"
 #include "StreamSource.h"
@@ -52,7 +53,10 @@ void Run(const host::Options& options) {
   host::Plugin plugin(options.library);
   host::CommandTable commands(plugin);
   const std::unique_ptr<host::LineSource> input = MakeInput();
-  host::Console(*input, commands, signals, options.serve, stdout).Run();
+  host::ServiceManager manager;
+  host::ServiceManager::Ready();
+  host::Console(*input, commands, signals, manager, options.serve, stdout).Run();
+  host::ServiceManager::Stopping();
 }
 
 }  // namespace

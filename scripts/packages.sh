@@ -1,12 +1,13 @@
 # The Debian packages that the build, the tests and the demonstration need, and their installation.
 
 readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-dev sqlite3 libgtest-dev libgmock-dev
-                   libcli11-dev libedit-dev rapidjson-dev python3 spin lowdown)
+                   libcli11-dev libedit-dev rapidjson-dev libsystemd-dev python3 spin lowdown)
 
 # shellcheck disable=SC2034 # the commands read it
-# What the tests of the builds without sanitizers need beside them: shells, a log daemon, a browser, and what reads manual
-# pages.
-readonly test_packages=(zsh fish rsyslog mandoc man-db chromium chromium-driver python3-selenium)
+# What the tests of the builds without sanitizers need beside them: shells, a log daemon, a browser, what reads manual
+# pages, and what reads service units.
+readonly test_packages=(zsh fish rsyslog mandoc man-db chromium chromium-driver python3-selenium
+                        systemd)
 
 # missing_packages [EXTRA...]
 missing_packages() {

@@ -66,7 +66,7 @@ class AConsole : public testing::Test {
     close(ends[0]);
   }
 
-  void Run(bool serve) { Console(source, commands, *signals, serve, output).Run(); }
+  void Run(bool serve) { Console(source, commands, *signals, manager, serve, output).Run(); }
 
   /// What was written and not kept back.
   std::string Output() const {
@@ -77,6 +77,7 @@ class AConsole : public testing::Test {
 
   NoProviders providers;
   CommandTable commands{providers};
+  ServiceManager manager;
   FakeSource source;
   sigset_t before;
   std::unique_ptr<Signals> signals;
@@ -126,7 +127,7 @@ TEST_F(AConsole, ReportsAnAnswerThatCannotBeWritten) {
   source.lines = {"reload"};
   std::FILE* full = std::fopen("/dev/full", "w");
   ASSERT_NE(full, nullptr);
-  EXPECT_THROW(Console(source, commands, *signals, false, full).Run(), std::system_error);
+  EXPECT_THROW(Console(source, commands, *signals, manager, false, full).Run(), std::system_error);
   std::fclose(full);
 }
 

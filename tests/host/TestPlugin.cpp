@@ -1,6 +1,7 @@
 // A small plug-in for the host's tests: a real library with a factory and a provider.
 
 #include <cstdlib>
+#include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,13 @@ void Log(const char* text) {
   __dlog_print(DLOG_BUFFER_MAIN, DLOG_INFO, "TEST_PLUGIN", "%s", text);
 }
 
+/// Stands still until whoever has the FIFO's other end lets go of it.
+void PassGate(const char* fifo) {
+  if (fifo == nullptr) return;
+  std::ifstream gate(fifo);
+  gate.get();
+}
+
 /// Counts since the library was loaded, and tells when it goes.
 struct Library {
   int count = 0;
@@ -25,7 +33,10 @@ struct Library {
 
 class TestProvider : public AbstractDPluginProvider {
  public:
-  ~TestProvider() override { Log("provider deleted"); }
+  ~TestProvider() override {
+    PassGate(std::getenv("TEST_PLUGIN_EXIT"));
+    Log("provider deleted");
+  }
 
   int setStatus(int status) override {
     if (status < 0) return -1;
@@ -43,6 +54,7 @@ class TestProvider : public AbstractDPluginProvider {
   std::string executeCommand(const std::string& command, const std::string& data) override {
     if (command == "Count") return "count " + std::to_string(++library.count) + "\n";
     if (command == "Throw") throw std::runtime_error("thrown\nby the plug-in");
+    if (command == "Hang") PassGate(data.c_str());
     if (command == "Lines") return "first\nsecond\r\tthird\x01\x7f\n";
     return "[" + command + "][" + data + "]\n";
   }
@@ -52,5 +64,6 @@ class TestProvider : public AbstractDPluginProvider {
 
 extern "C" __attribute__((visibility("default"))) AbstractDPluginProvider* DPluginFactory() {
   if (std::getenv("TEST_PLUGIN_REFUSES") != nullptr) return nullptr;
+  PassGate(std::getenv("TEST_PLUGIN_ENTRY"));
   return new TestProvider;
 }

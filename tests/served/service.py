@@ -47,7 +47,9 @@ def running(*command, **options):
     try:
         yield process
     finally:
-        os.killpg(process.pid, signal.SIGTERM)
+        # The test may have ended it, and all that it had started.
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGTERM)
         try:
             process.wait(PATIENCE_S)
         except subprocess.TimeoutExpired:
@@ -56,14 +58,14 @@ def running(*command, **options):
 
 
 @contextlib.contextmanager
-def serving(policy=None):
-    """The service, with an empty log and the default policy unless another is given."""
+def serving(policy=None, plugin=BUILD / "src/plugin/libzav-pyx-plugin.so", **options):
+    """The service, with an empty log and the default policy unless another is given; options are those of its process."""
     shutil.rmtree(STORAGE, ignore_errors=True)
     STORAGE.mkdir(parents=True)
     shutil.copy(policy or SOURCE / "host/policy.json", STORAGE / "policy.json")
     with tempfile.TemporaryDirectory() as state, running(
-            BUILD / "host/dpm-host", "--library", BUILD / "src/plugin/libzav-pyx-plugin.so", "--state-dir", state,
-            "--log", f"{state}/log", "--serve", stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL) as host:
+            BUILD / "host/dpm-host", "--library", plugin, "--state-dir", state, "--log", f"{state}/log", "--serve",
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, **options) as host:
         pyxctl("ping", "--wait")
         yield host
 

@@ -39,11 +39,26 @@ std::string PathOf(const SystemCall& call, size_t argument, const SystemCallTrac
   return process.Text(call.arguments[argument]);
 }
 
+#ifndef SYS_open
+// 64-bit Arm has none of these, but what takes a directory or flags in their place. No call has a number below 0.
+constexpr long SYS_creat = -1;
+constexpr long SYS_dup2 = -2;
+constexpr long SYS_link = -3;
+constexpr long SYS_mkdir = -4;
+constexpr long SYS_open = -5;
+constexpr long SYS_rename = -6;
+constexpr long SYS_rmdir = -7;
+constexpr long SYS_symlink = -8;
+constexpr long SYS_unlink = -9;
+#endif
+
 /// Calls that change a file by its path or its descriptor and that the plug-in has no reason to use: an image without
 /// their effect would be wrong.
 const std::set<long> kUnknownByDescriptor{SYS_fallocate, SYS_sendfile, SYS_copy_file_range, SYS_splice,  SYS_dup,
                                           SYS_dup2,      SYS_dup3,     SYS_pwritev,         SYS_pwritev2};
-const std::set<long> kUnknownByPath{SYS_truncate, SYS_link, SYS_symlink, SYS_mkdir, SYS_rmdir};
+/// With the path's place.
+const std::map<long, size_t> kUnknownByPath{{SYS_truncate, 0},  {SYS_link, 0},  {SYS_linkat, 1},  {SYS_symlink, 1},
+                                            {SYS_symlinkat, 2}, {SYS_mkdir, 0}, {SYS_mkdirat, 1}, {SYS_rmdir, 0}};
 
 struct RenameCall {
   size_t from;
@@ -81,7 +96,8 @@ void DiskRecorder::Add(DiskEvent event) {
 }
 
 void DiskRecorder::SeeUnknown(const SystemCall& call, const SystemCallTracer& process) {
-  const bool hasPath = kUnknownByPath.contains(call.number) && NameOf(PathOf(call, 0, process));
+  const auto byPath = kUnknownByPath.find(call.number);
+  const bool hasPath = byPath != kUnknownByPath.end() && NameOf(PathOf(call, byPath->second, process));
   const bool hasDescriptor = kUnknownByDescriptor.contains(call.number) &&
                              (open.contains(Descriptor(call)) || open.contains(static_cast<int>(call.arguments[1])));
   const bool isSharedMap = call.number == SYS_mmap && (call.arguments[3] & MAP_SHARED) != 0 &&
