@@ -868,6 +868,11 @@ TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
     ++waits;
     return std::nullopt;
   });
+  std::atomic<int> accepts{0};
+  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+    ++accepts;
+    return std::nullopt;
+  });
   Start();
   EXPECT_TRUE(WaitUntil([&] { return waits > 0; }));
   EXPECT_FALSE(timed);
@@ -875,6 +880,7 @@ TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
   EXPECT_TRUE(WaitUntil([&] { return timed.load(); }));
   client->Close();
   EXPECT_TRUE(WaitUntil([&] { return !timed; }));
+  EXPECT_EQ(accepts, 1) << "a wake-up is no client";
   Stop();
   EXPECT_EQ(UnknownCases(), 0);
 }
@@ -997,6 +1003,7 @@ TEST_F(AServiceThatRuns, EndsTheClientsInItsBacklogAlsoWhereDescriptor0IsFree) {
   Stop();
   for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
   EXPECT_EQ(fcntl(0, F_GETFD), -1);
+  EXPECT_EQ(Refusals(), 0) << "each of them was 0, and is closed";
 }
 
 TEST_F(AServiceThatRuns, RefusesAClientOfDescriptor1InItsBacklog) {

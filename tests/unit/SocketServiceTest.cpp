@@ -350,6 +350,16 @@ TEST_F(AListener, LeavesAFileThatIsNotItsOwnWhereItIs) {
   EXPECT_FALSE(socket.listen());
 }
 
+TEST_F(AListener, RemovesItsFileOnlyOnceWhenItIsRetiredTwice) {
+  ASSERT_TRUE(socket.listen());
+  // Nothing went wrong, whatever an earlier call has left.
+  errno = EACCES;
+  socket.retire();
+  WriteFile(kSocketFile, "somebody else's");
+  socket.retire();
+  EXPECT_TRUE(FileExists(kSocketFile));
+}
+
 TEST_F(AListener, WhoseFileWasLeftBehindRemovesItWhenItIsRetired) {
   ASSERT_TRUE(socket.listen());
   chmod(kRunDirectory.c_str(), 0555);

@@ -499,6 +499,13 @@ TEST_F(AConnectedSocket, MovesAStringOfTheLimitAndRefusesOneByteMoreAtEitherEnd)
               ElementsAre(Line(kError, "receiveContainer", "16777217 is over limit 16777216", "SocketReceive.cpp")));
 }
 
+TEST(ASocket, SaysNothingOfAStringWithoutADescriptorEvenIfItIsTooLong) {
+  Socket socket;
+  std::string text = Long(kLimit + 1);
+  EXPECT_EQ(socket.sendContainer(&text), -2);
+  EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
+}
+
 TEST_F(AConnectedSocket, SendsNoBytesOfAStringWhoseLengthCouldNotBeSent) {
   ClosePeer();
   std::string text = "hello";
