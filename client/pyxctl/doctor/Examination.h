@@ -17,6 +17,8 @@ struct Examination {
   Findings (*examine)(const Seen& seen);
   /// What is said when there is nothing to be said.
   const char* sound;
+  /// It looks into the storage directory.
+  bool isOfStorage = false;
 };
 
 /// Every examination, in the order in which a person asks.

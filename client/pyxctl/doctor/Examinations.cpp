@@ -5,18 +5,20 @@
 namespace zav::pyxctl::doctor {
 namespace {
 
+constexpr bool kOfStorage = true;
+
 constexpr std::array kExaminations = {
     Examination{"run directory", ExamineRunDirectory, "it is there, and its owner alone may change it"},
     Examination{"socket", ExamineSocket, "it is there, and every user may connect"},
     Examination{"service", ExamineService, "it answers; the feature and its log are on"},
     Examination{"storage directory", ExamineStorageDirectory,
                 "it is there, and its owner alone may change it and what is in it"},
-    Examination{"disk", ExamineRoom, "there is room"},
-    Examination{"database", ExamineDatabase, "it is whole, and of the plug-in's making"},
-    Examination{"backup", ExamineBackup, "it is whole, and holds what the database holds"},
-    Examination{"notes", ExamineNotes, "no restore is unfinished, and nothing was set aside as damaged"},
-    Examination{"stored policies", ExamineStoredPolicies, "they keep their rules"},
-    Examination{"policy.json", ExamineDefaultPolicy, "it keeps its rules"},
+    Examination{"disk", ExamineRoom, "there is room", kOfStorage},
+    Examination{"database", ExamineDatabase, "it is whole, and of the plug-in's making", kOfStorage},
+    Examination{"backup", ExamineBackup, "it is whole, and holds what the database holds", kOfStorage},
+    Examination{"notes", ExamineNotes, "no restore is unfinished, and nothing was set aside as damaged", kOfStorage},
+    Examination{"stored policies", ExamineStoredPolicies, "they keep their rules", kOfStorage},
+    Examination{"policy.json", ExamineDefaultPolicy, "it keeps its rules", kOfStorage},
 };
 
 }  // namespace
@@ -28,7 +30,12 @@ std::span<const Examination> Examinations() {
 Findings Carry(const Examination& examination, const Seen& seen) {
   Findings findings;
   try {
-    findings = examination.examine(seen);
+    // What was not seen is not said to be sound; why it is not there is said of the directory.
+    if (examination.isOfStorage && EntryAt(seen.paths.storageDirectory).IsMissing()) {
+      findings = {{Severity::kWarning, "", "not examined: there is no storage directory here", ""}};
+    } else {
+      findings = examination.examine(seen);
+    }
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {

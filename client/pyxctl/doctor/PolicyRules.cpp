@@ -229,11 +229,26 @@ constexpr std::array kLaxities = {
            "keep one of them: the plug-in takes the last one, other programs another"},
     Laxity{"failIfExtra", true, Severity::kProblem, "something stands behind the end", false,
            "remove it: the plug-in passes over it"},
-    Laxity{"allowComments", false, Severity::kWarning, "it holds comments", false,
-           "remove them: the plug-in passes over them, but they are no JSON"},
     Laxity{"allowTrailingCommas", false, Severity::kWarning, "a comma stands before a bracket", false,
            "remove it: the plug-in passes over it, but it is no JSON"},
 };
+
+template <unsigned kFlags>
+bool IsRead(const std::string& text) {
+  rapidjson::Document document;
+  document.Parse<kFlags | rapidjson::kParseIterativeFlag>(text.data(), text.size());
+  return !document.HasParseError();
+}
+
+/// Whether there are any, also behind the end, or before something else there. The plug-in's parser says so only where
+/// they begin the text.
+bool HoldsComments(const std::string& text) {
+  constexpr unsigned kComments = rapidjson::kParseCommentsFlag;
+  constexpr unsigned kCommas = rapidjson::kParseTrailingCommasFlag;
+  constexpr unsigned kRootAlone = rapidjson::kParseStopWhenDoneFlag;
+  return (IsRead<kCommas | kComments>(text) && !IsRead<kCommas>(text)) ||
+         (IsRead<kCommas | kRootAlone | kComments>(text) && !IsRead<kCommas | kRootAlone>(text));
+}
 
 }  // namespace
 
@@ -255,6 +270,10 @@ Findings LaxJson(const std::string& text) {
     if (Parse(builder, text, value, error)) continue;
     if (!each.isExplained) error.erase(std::min(error.find(':'), error.size()));
     findings.push_back({each.severity, "", std::string(each.what) + " (" + error + ")", each.advice});
+  }
+  if (HoldsComments(text)) {
+    findings.push_back({Severity::kWarning, "", "it holds comments",
+                        "remove them: the plug-in passes over them, but they are no JSON"});
   }
   return findings;
 }

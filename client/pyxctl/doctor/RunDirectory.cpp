@@ -7,6 +7,13 @@ namespace {
 
 constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
 
+/// A service that could not make its directory has ended for good: to switch the plug-in on once more would end the
+/// daemon, and nothing here tells whether it has.
+constexpr const char* kStartAnew =
+    "see that the daemon's user may write in the directory above, and start the daemon anew, or for the first time: "
+    "its "
+    "service makes it; do not switch the plug-in on in one whose service could not make its directory, which ends it";
+
 Finding Problem(std::string message, std::string advice) {
   return {Severity::kProblem, "", std::move(message), std::move(advice)};
 }
@@ -36,12 +43,11 @@ Findings JudgeReach(const Entry& directory) {
 Findings ExamineRunDirectory(const Seen& seen) {
   const std::string path = seen.paths.RunDirectory();
   const Entry directory = EntryAt(path);
-  Findings findings =
-      WhyNotThere(directory, path, "start the daemon, and switch the plug-in on: its service makes the directory");
+  Findings findings = WhyNotThere(directory, path, kStartAnew);
   if (!findings.empty()) return findings;
   if (!directory.IsDirectory()) {
     return {Problem(path + " is " + KindOf(directory) + ", and no directory",
-                    "remove it, and switch the plug-in off and on: its service makes the directory")};
+                    "remove it, and start the daemon anew: its service makes the directory")};
   }
   findings = JudgeReach(directory);
   if ((directory.info.st_mode & kOthersMayWrite) != 0) {
@@ -63,12 +69,11 @@ Findings ExamineSocket(const Seen& seen) {
   constexpr mode_t kEverybody = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
   const std::string& path = seen.paths.socket;
   const Entry socket = EntryAt(path);
-  Findings findings = WhyNotThere(
-      socket, path, "start the daemon, and switch the plug-in on; if it is on, off and on: its service makes it");
+  Findings findings = WhyNotThere(socket, path, kStartAnew);
   if (!findings.empty()) return findings;
   if (!S_ISSOCK(socket.info.st_mode)) {
     return {Problem(path + " is " + KindOf(socket) + ", and no socket",
-                    "remove it, and switch the plug-in off and on: its service makes the socket")};
+                    "remove it, and start the daemon anew: its service makes the socket")};
   }
   if ((socket.info.st_mode & kEverybody) != kEverybody) {
     findings.push_back({Severity::kWarning, "",

@@ -69,10 +69,11 @@ TEST(ThePageOnPolicies, NamesEveryMemberAndItsLimits) {
 
 TEST(ThePageOnPolicies, HasAnExampleThatKeepsTheRules) {
   const std::string page = ReadFile(POLICY_PAGE);
-  const auto begin = page.find("```\n{");
+  const std::string fence = "```json\n";
+  const auto begin = page.find(fence + "{");
   ASSERT_NE(begin, std::string::npos);
-  const auto end = page.find("```", begin + 3);
-  EXPECT_THAT(JudgePolicy(page.substr(begin + 3, end - begin - 3)), IsEmpty());
+  const auto end = page.find("```", begin + fence.size());
+  EXPECT_THAT(JudgePolicy(page.substr(begin + fence.size(), end - begin - fence.size())), IsEmpty());
 }
 
 TEST(ADefaultPolicy, IsNoJson) {
@@ -135,9 +136,21 @@ TEST(ADefaultPolicy, IsNoStrictJson) {
   const std::string file = File("{}", kState, kConfig);
   EXPECT_THAT(JudgePolicy(file + " }"), ElementsAre(IsProblem("something stands behind the end")));
   EXPECT_THAT(JudgePolicy(file + " x"), ElementsAre(IsProblem("something stands behind the end")));
-  EXPECT_THAT(JudgePolicy("// a comment\n" + file), ElementsAre(IsWarning("it holds comments (Line 1, Column 1)")));
   EXPECT_THAT(JudgePolicy(File("{\"restart_delay\":30,}", kState, kConfig)), ElementsAre(IsWarning("a comma stands")));
   EXPECT_THAT(JudgePolicy(file + " \n"), IsEmpty());
+}
+
+TEST(ADefaultPolicy, HoldsCommentsWhereverTheyStand) {
+  const std::string file = File("{}", kState, kConfig);
+  const std::string inside = File("{ /* a comment */ \"restart_delay\": 30 // another\n}", kState, kConfig);
+  for (const std::string& text : {"// a comment\n" + file, file + "\n// a comment", file + "/* a comment */", inside,
+                                  File("{\"restart_delay\":\n//\n30}", kState, kConfig)}) {
+    EXPECT_THAT(JudgePolicy(text), ElementsAre(IsWarning("it holds comments"))) << text;
+  }
+  const std::string words = File("{}", kState, kConfig) + " ";
+  EXPECT_THAT(JudgePolicy(words), IsEmpty());
+  EXPECT_THAT(JudgePolicy(inside + " x"),
+              ElementsAre(IsProblem("something stands behind the end"), IsWarning("it holds comments")));
 }
 
 TEST(ADefaultPolicy, LeavesLoggingOff) {

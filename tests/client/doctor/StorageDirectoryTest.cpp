@@ -133,5 +133,17 @@ TEST_F(AStorageDirectory, LiesOnADiskThatIsReadOnlyOrFull) {
   EXPECT_THAT(device.Examined(ExamineRoom), ElementsAre(IsProblem(path() + " is read-only")));
 }
 
+TEST(AStorageDirectoryThatIsNotThere, HasNothingInItThatIsSaidToBeSound) {
+  const DeviceFiles device;
+  std::filesystem::remove_all(device.paths.storageDirectory);
+  std::map<std::string, Severity> severities;
+  for (const Finding& each : device.Examined()) severities[each.subject] = each.severity;
+  EXPECT_EQ(severities["storage directory"], Severity::kProblem);
+  for (const char* const subject : {"disk", "database", "backup", "notes", "stored policies", "policy.json"}) {
+    ASSERT_TRUE(severities.contains(subject)) << subject;
+    EXPECT_EQ(severities[subject], Severity::kWarning) << subject;
+  }
+}
+
 }  // namespace
 }  // namespace zav::client::test
