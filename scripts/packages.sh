@@ -9,6 +9,12 @@ readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-de
 readonly test_packages=(zsh fish rsyslog mandoc man-db chromium chromium-driver python3-selenium
                         systemd)
 
+# shellcheck disable=SC2034 # the commands read it
+# What counts instructions for the bench, and what it holds the plug-in beside.
+readonly bench_packages=(valgrind)
+# shellcheck disable=SC2034 # the commands read it
+readonly peer_packages=(clamav-daemon redis-server rsyslog systemd)
+
 # missing_packages [EXTRA...]
 missing_packages() {
   local package
