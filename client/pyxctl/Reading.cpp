@@ -18,8 +18,9 @@ using pyxclient::Failure;
 
 std::string CursorIn(const std::optional<CursorFile>& file) {
   if (!file) return {};
+  std::string cursor = file->Read();
   file->CheckWritable();
-  return file->Read();
+  return cursor;
 }
 
 pyxclient::Log Resumed(Client& client, const std::string& cursor, const std::string& path) try {

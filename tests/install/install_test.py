@@ -32,6 +32,10 @@ def cached(name):
     return re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)[1]
 
 
+# What the project itself is built with is there.
+ENVIRONMENT["CMAKE_GENERATOR"] = cached("CMAKE_GENERATOR")
+
+
 def expected(component):
     names = (HERE / "files" / f"{component}.txt").read_text()
     # CMake names one file after the kind of build.

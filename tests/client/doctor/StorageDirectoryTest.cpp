@@ -58,9 +58,9 @@ TEST_F(AStorageDirectory, HoldsALinkInPlaceOfAFile) {
 }
 
 TEST_F(AStorageDirectory, HoldsAFileOfAnotherUser) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
   const std::string file = device.paths.Database();
-  ASSERT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+  // Who is root in a namespace of his own alone knows no other user.
+  if (::chown(file.c_str(), 65534, 65534) != 0) GTEST_SKIP() << "only root gives files away";
   EXPECT_THAT(device.Examined(ExamineStorageDirectory), ElementsAre(IsProblem(file + " belongs to ")));
 }
 
