@@ -47,6 +47,12 @@ TEST(AFreshHeader, HoldsModule0Tag8Method0) {
   EXPECT_EQ(Sent(Header()), Words({0, 0, 8, 0}));
 }
 
+TEST(AFreshPackage, AsksForEverything) {
+  EXPECT_EQ(Sent(StatePackage()), Words({0, 0, 0}));
+  EXPECT_EQ(Sent(FramePackage()), Words({0, 0, 0, 0}));
+  EXPECT_EQ(Sent(LogPackage()), Words({0, 0, 0, 0, 0, -1}));
+}
+
 TEST(AHeader, IsSixteenBytesModuleThenTagThenMethod) {
   Header header;
   header.module = -7;
