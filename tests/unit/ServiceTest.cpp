@@ -13,6 +13,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -967,60 +968,45 @@ TEST_F(AServiceThatRuns, LeavesAloneTheFileOfAClientWithAName) {
 
 // The end of the loop
 
-TEST_F(AServiceThatRuns, RefusesTheClientsThatStillWaitInItsBacklogWhenItEnds) {
-  std::atomic<bool> shut{false};
-  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
-    shut = true;
-    return std::nullopt;
-  });
-  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
-    if (shut) return std::nullopt;
-    errno = EMFILE;
-    return -1;
-  });
-  RawClient clients[3];
-  Stop();
-  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+class AServiceWithABacklog : public AServiceThatRuns {
+ protected:
+  /// Three clients come that are not accepted before the service is stopped.
+  /// @param whenItIsShut  what happens then, before they are.
+  void StopWithClientsInTheBacklog(const std::function<void()>& whenItIsShut) {
+    std::atomic<bool> shut{false};
+    const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+      if (!shut.exchange(true)) whenItIsShut();
+      // An accept that succeeds leaves the error of an earlier call.
+      errno = EAGAIN;
+      return std::nullopt;
+    });
+    const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
+      if (shut) return std::nullopt;
+      errno = EMFILE;
+      return -1;
+    });
+    RawClient clients[3];
+    Stop();
+    for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  }
+};
+
+TEST_F(AServiceWithABacklog, RefusesItsClientsWhenItEnds) {
+  StopWithClientsInTheBacklog([] {});
   const auto refusal = Line(kInfo, "start", MatchesRegex("SHUTDOWN : [0-9]+"));
   const auto closing = Closed(MatchesRegex(kSocketType + " : [0-9]+"));
   EXPECT_THAT(LogRecorder::Lines(), ElementsAre(refusal, closing, refusal, closing, refusal, closing, kStopped));
 }
 
-TEST_F(AServiceThatRuns, EndsTheClientsInItsBacklogAlsoWhereDescriptor0IsFree) {
-  std::atomic<bool> shut{false};
-  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
-    if (!shut.exchange(true)) close(0);
-    // An accept that succeeds leaves the error of an earlier call.
-    errno = EAGAIN;
-    return std::nullopt;
-  });
-  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
-    if (shut) return std::nullopt;
-    errno = EMFILE;
-    return -1;
-  });
-  RawClient clients[3];
-  Stop();
-  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+TEST_F(AServiceWithABacklog, EndsItsClientsAlsoWhereDescriptor0IsFree) {
+  StopWithClientsInTheBacklog([] { close(0); });
   EXPECT_EQ(fcntl(0, F_GETFD), -1);
   EXPECT_EQ(Refusals(), 0) << "each of them was 0, and is closed";
 }
 
-TEST_F(AServiceThatRuns, RefusesAClientOfDescriptor1InItsBacklog) {
+TEST_F(AServiceWithABacklog, RefusesAClientOfDescriptor1) {
   const OutputDescriptor output;
-  std::atomic<bool> shut{false};
-  const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
-    if (!shut.exchange(true)) OutputDescriptor::Free();
-    return std::nullopt;
-  });
-  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
-    if (shut) return std::nullopt;
-    errno = EMFILE;
-    return -1;
-  });
-  RawClient clients[3];
-  Stop();
-  for (RawClient& client : clients) EXPECT_TRUE(client.EndsWithoutAnswer());
+  StopWithClientsInTheBacklog(OutputDescriptor::Free);
   // The next one gets it, too.
   EXPECT_EQ(LogRecorder::Count("SHUTDOWN : 1"), 3);
 }

@@ -11,8 +11,8 @@ constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
 /// daemon, and nothing here tells whether it has.
 constexpr const char* kStartAnew =
     "see that the daemon's user may write in the directory above, and start the daemon anew, or for the first time: "
-    "its "
-    "service makes it; do not switch the plug-in on in one whose service could not make its directory, which ends it";
+    "its service makes it; do not switch the plug-in on in one whose service could not make its directory, which "
+    "ends it";
 
 Finding Problem(std::string message, std::string advice) {
   return {Severity::kProblem, "", std::move(message), std::move(advice)};
