@@ -47,7 +47,7 @@ void CheckAgreement(pyx::State& state, const LogModel& model, bool wasSaved) {
 }
 
 void CheckFinding(const pyx::LogSlice& slice, const LogFinding& expected, const char* property) {
-  const LogFinding found{slice.lastIndex, ReadRecords(ParseObject(slice.records.AsString()))};
+  const LogFinding found{slice.lastIndex, ReadRecords(ParseObject(slice.records))};
   CheckEqual(found, Rewritten(expected), property);
 }
 

@@ -142,8 +142,8 @@ void Session::FindBothWays(Input& input) {
   const LogQuery query{from, to, 0, -1};
   const auto forward = state.FindRecords(query, LogOrder::kOldestFirst).records;
   const auto backward = state.FindRecords(query, LogOrder::kNewestFirst).records;
-  CheckEqual(forward.AsString(), backward.AsString(), "forward and backward ranges agree");
-  CheckEqual(static_cast<int>(forward.MemberCount()), state.CountRecords(to <= from ? 0 : from, to),
+  CheckEqual(forward, backward, "forward and backward ranges agree");
+  CheckEqual(static_cast<int>(ParseObject(forward).size()), state.CountRecords(to <= from ? 0 : from, to),
              "as many records are found as are counted");
 }
 

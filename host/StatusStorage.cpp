@@ -40,9 +40,10 @@ StatusStorage::~StatusStorage() {
 }
 
 int StatusStorage::store(const std::string& name, int status) {
+  const std::string value = std::to_string(status);
   Statement statement(*database, "INSERT OR REPLACE INTO status (name, value) VALUES (?, ?)");
   statement.bind(1, name);
-  statement.bind(2, std::to_string(status));
+  statement.bind(2, value);
   return statement.exec() == 1 ? 0 : -1;
 }
 

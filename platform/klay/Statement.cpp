@@ -25,7 +25,7 @@ void Statement::bind(int index, const char* text) {
 }
 
 void Statement::bind(int index, const std::string& text) {
-  check(sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+  check(sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
 }
 
 bool Statement::step() {

@@ -17,15 +17,6 @@
 namespace zav::test {
 namespace {
 
-policy::Policy pyx::State::*StorageMember();
-
-/// An explicit instantiation may name what is private.
-template <policy::Policy pyx::State::*Member>
-struct StorageAccess {
-  friend policy::Policy pyx::State::*StorageMember() { return Member; }
-};
-template struct StorageAccess<&pyx::State::storage>;
-
 const std::vector<std::string> kBothFiles{kDatabase, kBackup};
 
 template <class Keep>
@@ -119,10 +110,6 @@ void RefuseWrites(const std::string& name) {
 
 void AllowWrites() {
   for (const auto& file : kBothFiles) Sql("DROP TRIGGER refuse", file);
-}
-
-policy::Policy& StorageOf(pyx::State& state) {
-  return state.*StorageMember();
 }
 
 HeldSave::HeldSave()

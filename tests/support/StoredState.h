@@ -63,14 +63,6 @@ void RefuseWrites(const std::string& name);
 /// Takes `RefuseWrites` back.
 void AllowWrites();
 
-/// The storage policy that the state holds, of which it shows only parts: for what no stored policy leads to.
-policy::Policy& StorageOf(pyx::State& state);
-/// The same as a JSON value.
-inline Json::Value InMemory(pyx::State& state) {
-  const std::string text = StorageOf(state).AsString();
-  return text.empty() ? Json::Value() : Parsed(text);
-}
-
 /// While it lives, every save stops at its end, after the row was written: where the backup is put into its place.
 class HeldSave {
  public:

@@ -18,6 +18,7 @@
 #include "pyx/State.h"
 #include "support/LogRecorder.h"
 #include "support/MallocWatch.h"
+#include "support/StateInMemory.h"
 #include "support/StoredState.h"
 #include "support/WaitUntil.h"
 #include "zav-pyx-plugin.h"
@@ -38,7 +39,7 @@ using zav::test::Parsed;
 using zav::test::PrepareDevice;
 using zav::test::Record;
 using zav::test::Row;
-using zav::test::StorageOf;
+using zav::test::SetInMemory;
 using zav::test::StoredLog;
 
 const std::string kSuccess = "{\"operationStatus\":\"success\"}\n";
@@ -228,7 +229,7 @@ TEST_F(ACommand, TellsTheStatusOfTheLogAndThatItSucceeded) {
 
 TEST_F(ACommand, TellsOnlyThatItFailedWhereTheStatusIsNull) {
   State& state = Start();
-  StorageOf(state).Clear();
+  SetInMemory(state, Json::Value());
   EXPECT_EQ(Execute("GetStatus"), kFailed);
 }
 

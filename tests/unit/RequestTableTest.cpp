@@ -21,6 +21,7 @@
 #include "ipc/service/Service.h"
 #include "pyx/State.h"
 #include "support/LogRecorder.h"
+#include "support/StateInMemory.h"
 #include "support/StoredState.h"
 #include "support/SystemCalls.h"
 #include "support/WaitUntil.h"
@@ -42,7 +43,7 @@ using test::PluginLine;
 using test::PrepareDevice;
 using test::Record;
 using test::Row;
-using test::StorageOf;
+using test::SetInMemory;
 using test::StoredLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -497,7 +498,7 @@ TEST_F(ARequest, OfMethod6ThatCannotBeSavedIsAnsweredMinus1AndWrittenByTheNextOn
 
 TEST_F(ARequest, OfMethod6DropsOutdatedRecordsFirst) {
   State& state = Start({.maxLoggingPeriod = 3600});
-  StorageOf(state).SetSubPolicy("1", policy::Policy(Record("old", "T", Now() - 4000)));
+  SetInMemory(state, "1", Record("old", "T", Now() - 4000));
   EXPECT_EQ(Serve(Report("", "T")), Words({-1}));
   EXPECT_FALSE(InMemory(state).isMember("1"));
 }
@@ -525,7 +526,7 @@ TEST_F(ARequest, OfMethod16IsAnsweredWithTheTextOfTheStatus) {
 
 TEST_F(ARequest, OfMethod16ForAStatusThatIsNullIsAnsweredWithAnEmptyText) {
   State& state = Start();
-  StorageOf(state).Clear();
+  SetInMemory(state, Json::Value());
   EXPECT_EQ(Serve(Header(16)), String(""));
 }
 
@@ -608,8 +609,8 @@ TEST_F(ASearch, WithAToTimeNotAfterItsFromTimeSearchesFromTime0) {
 
 TEST_F(ASearch, FromTime0FindsRecordsStampedZeroAndNoneFromBefore) {
   State& state = Start({.lastIndex = 3, .records = Stamped({1})});
-  StorageOf(state).SetSubPolicy("2", policy::Policy(Record("u", "T", 0)));
-  StorageOf(state).SetSubPolicy("3", policy::Policy(Record("u", "T", -1)));
+  SetInMemory(state, "2", Record("u", "T", 0));
+  SetInMemory(state, "3", Record("u", "T", -1));
   Json::Value found = Stored({1});
   found["2"] = Record("u", "T", 0);
   EXPECT_EQ(Serve(Log(17, {.from = INT_MAX})), Found(2, found));
@@ -710,13 +711,13 @@ TEST_F(ASearch, FindsRecordsUnderThePlainTextOfTheirIndexesOnly) {
 
 TEST_F(ASearch, DoesNotFindARecordUnderMinusZero) {
   State& state = Start({.lastIndex = 1, .records = Stamped({1})});
-  StorageOf(state).SetSubPolicy("-0", policy::Policy(Record("u", "T", kBase)));
+  SetInMemory(state, "-0", Record("u", "T", kBase));
   EXPECT_EQ(Serve(Count(0, INT_MAX)), Words({1}));
 }
 
 TEST_F(ASearch, LeavesTheLogAsItIs) {
   State& state = Start({.maxLoggingPeriod = 3600, .lastIndex = 1});
-  StorageOf(state).SetSubPolicy("1", policy::Policy(Record("http://1", "T", kBase + 1)));
+  SetInMemory(state, "1", Record("http://1", "T", kBase + 1));
   EXPECT_EQ(Serve(Log(17, {})), Found(1, Stored({1})));
   EXPECT_EQ(Serve(Log(18, {})), Found(1, Stored({1})));
   EXPECT_EQ(Serve(Count(0, INT_MAX)), Words({1}));
@@ -772,9 +773,9 @@ TEST_F(ASearch, CountsTheRecordsOfARangeOfTimesBothIncluded) {
 
 TEST_F(ASearch, CountsRecordsStampedZeroOnlyFromTimeZeroToTimeZero) {
   State& state = Start({.lastIndex = 4, .records = Stamped({1})});
-  StorageOf(state).SetSubPolicy("2", policy::Policy(Record("u", "T", 0)));
-  StorageOf(state).SetSubPolicy("3", policy::Policy(Record("u", "T", 1)));
-  StorageOf(state).SetSubPolicy("4", policy::Policy(Record("u", "T", -1)));
+  SetInMemory(state, "2", Record("u", "T", 0));
+  SetInMemory(state, "3", Record("u", "T", 1));
+  SetInMemory(state, "4", Record("u", "T", -1));
   EXPECT_EQ(Serve(Count(0, 0)), Words({1}));
 }
 

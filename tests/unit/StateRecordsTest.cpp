@@ -10,6 +10,7 @@
 
 #include "pyx/State.h"
 #include "support/LogRecorder.h"
+#include "support/StateInMemory.h"
 #include "support/StoredState.h"
 #include "support/WaitUntil.h"
 
@@ -26,7 +27,7 @@ using test::PluginLine;
 using test::PrepareDevice;
 using test::Record;
 using test::Row;
-using test::StorageOf;
+using test::SetInMemory;
 using test::StoredLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -50,7 +51,7 @@ class TheLog : public testing::Test {
   /// A state in use whose storage is replaced behind its back, by what it would not have loaded.
   State& StartWith(const Json::Value& storage) {
     State& state = Start();
-    StorageOf(state) = policy::Policy(storage);
+    SetInMemory(state, storage);
     return state;
   }
 
@@ -222,8 +223,8 @@ TEST_F(TheLog, KeepsARecordWhoseAgeLimitWrapsAroundDownwards) {
 TEST_F(TheLog, IsSavedOnceByARemovalThatLeavesTheCountersAlone) {
   StoredLog log = LogOf({"3", "4"}, {.count = 9, .lastIndex = 4, .counters = {{"T", 9}}});
   State& state = Start(log);
-  StorageOf(state).SetStringValue("1", "no record");
-  StorageOf(state).SetStringValue("2", "no record");
+  SetInMemory(state, "1", "no record");
+  SetInMemory(state, "2", "no record");
   state.RemoveOutdatedRecords(kNow);
   EXPECT_EQ(Row("Storage"), log.Value());
   EXPECT_THAT(test::Writes(), ElementsAre("Storage"));
@@ -239,7 +240,7 @@ TEST_F(TheLog, IsNotSavedWhenNoRecordQualifiesForRemoval) {
 TEST_F(TheLog, LosesARecordInMemoryThoughItsRemovalCannotBeSaved) {
   State& state = Start(LogOf({"3"}));
   test::RefuseWrites("Storage");
-  StorageOf(state).SetStringValue("4", "no record");
+  SetInMemory(state, "4", "no record");
   state.RemoveOutdatedRecords(kNow);
   EXPECT_THAT(Keys(state), ElementsAre("3"));
 }
@@ -353,7 +354,7 @@ TEST_F(TheLog, DropsOutdatedRecordsBeforeItTellsItsStatus) {
   StoredLog log = LogOf({"2"});
   log.maxLoggingPeriod = 3600;
   State& state = Start(log);
-  StorageOf(state).SetSubPolicy("1", policy::Policy(Record("u", "old", Now() - 4000)));
+  SetInMemory(state, "1", Record("u", "old", Now() - 4000));
   EXPECT_EQ(Parsed(StatusOf(state))["in_storage"], Parsed(R"({"T":1,"count":1})"));
   EXPECT_THAT(test::Writes(), ElementsAre("Storage"));
   EXPECT_EQ(Row("Storage"), log.Value());
@@ -375,8 +376,8 @@ TEST_F(TheLog, IsResetUnderTheLock) {
 
 TEST_F(TheLog, TellsItsStatusUnderTheLock) {
   State& state = Start(LogOf({"6"}, {.count = 5}));
-  StorageOf(state).SetStringValue("7", "no record");
-  StorageOf(state).SetStringValue("8", "no record");
+  SetInMemory(state, "7", "no record");
+  SetInMemory(state, "8", "no record");
   test::SetRow("Storage", "{}");
   test::HeldSave held;
   std::thread thread([&] { state.GetLogStatus(); });
@@ -650,11 +651,11 @@ TEST_F(TheLog, IsSearchedAtACostOfItsRecordsHoweverFarTheirIndexesAreApart) {
 
   const LogSlice forward = state.FindRecords({.to = kEver, .startIndex = 0}, LogOrder::kOldestFirst);
   EXPECT_EQ(forward.lastIndex, INT_MAX);
-  EXPECT_THAT(forward.records.MemberNames(), ElementsAre("0", "2000000000", "2147483647"));
+  EXPECT_THAT(test::Parsed(forward.records).getMemberNames(), ElementsAre("0", "2000000000", "2147483647"));
 
   const LogSlice backward = state.FindRecords({.to = kEver, .startIndex = INT_MAX}, LogOrder::kNewestFirst);
   EXPECT_EQ(backward.lastIndex, 0);
-  EXPECT_THAT(backward.records.MemberNames(), ElementsAre("0", "2000000000", "2147483647"));
+  EXPECT_THAT(test::Parsed(backward.records).getMemberNames(), ElementsAre("0", "2000000000", "2147483647"));
 
   EXPECT_EQ(state.CountRecords(0, kEver), 3);
 
@@ -666,21 +667,22 @@ TEST_F(TheLog, FindsAndCountsNoMemberThatIsNoRecord) {
   Json::Value storage = LogOf({"0", "2"}, {.lastIndex = 2}).Value();
   storage["1"] = "text";
   const State& state = StartWith(storage);
-  EXPECT_THAT(state.FindRecords({.to = kEver}, LogOrder::kOldestFirst).records.MemberNames(), ElementsAre("0", "2"));
+  EXPECT_THAT(test::Parsed(state.FindRecords({.to = kEver}, LogOrder::kOldestFirst).records).getMemberNames(),
+              ElementsAre("0", "2"));
   EXPECT_EQ(state.CountRecords(0, kEver), 2);
 }
 
 TEST_F(TheLog, IsSearchedBackwardsFromIndex0WhereThatIsGiven) {
   const State& state = Start(LogOf({"0", "5"}, {.lastIndex = 5}));
   const LogSlice slice = state.FindRecords({.to = kEver, .startIndex = 0}, LogOrder::kNewestFirst);
-  EXPECT_THAT(slice.records.MemberNames(), ElementsAre("0"));
+  EXPECT_THAT(test::Parsed(slice.records).getMemberNames(), ElementsAre("0"));
   EXPECT_EQ(slice.lastIndex, 0);
 }
 
 TEST_F(TheLog, GivesOneRecordWhereNoMoreAreWanted) {
   const State& state = Start(LogOf({"0", "5"}, {.lastIndex = 5}));
   const LogSlice slice = state.FindRecords({.to = kEver, .maxCount = 1}, LogOrder::kOldestFirst);
-  EXPECT_THAT(slice.records.MemberNames(), ElementsAre("0"));
+  EXPECT_THAT(test::Parsed(slice.records).getMemberNames(), ElementsAre("0"));
   EXPECT_EQ(slice.lastIndex, 0);
 }
 
@@ -688,7 +690,7 @@ TEST_F(TheLog, ThatWasReadFromTheDatabaseIsSearchedBackwardsFromAFarIndexAtACost
   State& state = Start(LogOf({"0", "5"}, {.maxIndex = INT_MAX, .lastIndex = 5}));
   const auto begin = std::chrono::steady_clock::now();
   const LogSlice slice = state.FindRecords({.to = kEver, .startIndex = 2000000000}, LogOrder::kNewestFirst);
-  EXPECT_THAT(slice.records.MemberNames(), ElementsAre("0", "5"));
+  EXPECT_THAT(test::Parsed(slice.records).getMemberNames(), ElementsAre("0", "5"));
   EXPECT_EQ(slice.lastIndex, 0);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }

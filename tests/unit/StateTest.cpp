@@ -14,6 +14,7 @@
 #include "PYXManager.h"
 #include "policy/Manager.h"
 #include "support/LogRecorder.h"
+#include "support/StateInMemory.h"
 #include "support/StoredState.h"
 #include "support/WaitUntil.h"
 
@@ -32,7 +33,7 @@ using test::Parsed;
 using test::PluginLine;
 using test::PrepareDevice;
 using test::Row;
-using test::StorageOf;
+using test::SetInMemory;
 using test::StoredLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -552,7 +553,7 @@ class TheStorage : public testing::Test {
 
 TEST_F(TheStorage, IsResetToItsConfigurationAndFreshCountersAndNotSaved) {
   State& state = Start();
-  StorageOf(state).SetIntValue("other", 1);
+  SetInMemory(state, "other", 1);
   state.ResetState();
   EXPECT_EQ(InMemory(state), Reset(UsedLog().Value()["config"]));
   EXPECT_EQ(Row("Storage"), UsedLog().Value());

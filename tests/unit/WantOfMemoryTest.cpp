@@ -6,6 +6,7 @@
 
 #include "common/GlobalPaths.h"
 #include "policy/Policy.h"
+#include "pyx/ThreatLog.h"
 #include "support/LogRecorder.h"
 #include "support/Surroundings.h"
 
@@ -43,6 +44,35 @@ TEST(AWantOfMemory, IsNotTakenForDamageOfTheTextThatIsParsed) {
   }
   EXPECT_FALSE(parsed.front());
   EXPECT_TRUE(parsed.back());
+}
+
+TEST(AWantOfMemory, LeavesTheThreatLogAsItWas) {
+  const policy::Policy stored = policy::ParseJsonString(
+      R"({"1":{"url":"u","threat":"T","timestamp":1},"2":{"url":")" + std::string(kMebibyte, 'x') +
+      R"(","threat":"T","timestamp":2},"config":{"max_index":9},"state":{"count":2}})");
+  const std::string url(kMuch, 'u');
+  std::vector<bool> added;
+  // There is room for so many copies of the url, and a half.
+  for (size_t copies = 0; copies < 9; ++copies) {
+    SCOPED_TRACE(copies);
+    pyx::ThreatLog log(stored);
+    policy::Policy counters;
+    counters.SetIntValue("count", 3);
+    try {
+      const MemoryLimit limit(copies * kMuch + kMuch / 2);
+      log.Add(1, url, "another", 3, std::move(counters));
+      added.push_back(true);
+    } catch (const std::exception&) {
+      added.push_back(false);
+      EXPECT_EQ(log.Text(), stored.AsString());
+      EXPECT_EQ(log.Counters().GetIntValue("count"), 2);
+      EXPECT_EQ(log.GetRecords().size(), 2U);
+      EXPECT_EQ(log.GetThreats().at("T"), 2);
+      EXPECT_FALSE(log.Keep([](const auto& record) { return record.timestamp < 3; }));
+    }
+  }
+  EXPECT_FALSE(added.front());
+  EXPECT_TRUE(added.back());
 }
 
 }  // namespace

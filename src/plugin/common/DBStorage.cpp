@@ -229,9 +229,10 @@ int DBStorage::RestoreTable(const Component& component) {
   const char* const function = __func__;
   const auto restore = [&]() -> int {
     {
+      const std::string name = ComponentName(component);
       Statement table(*handler, "SELECT name FROM sqlite_master WHERE type = ? AND name = ?");
       table.bind(1, "table");
-      table.bind(2, ComponentName(component));
+      table.bind(2, name);
       if (table.step()) {
         LogLine(Priority::kDebug, LOG_SITE_OF(function), "Table already exists");
         return kStorageOk;

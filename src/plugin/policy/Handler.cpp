@@ -12,4 +12,8 @@ int Handler::UpdatePolicy(const std::string& name, const Policy& policy) const {
   return Manager::Instance().UpdatePolicy(component, name, policy);
 }
 
+int Handler::UpdatePolicy(const std::string& name, const std::string& text) const {
+  return Manager::Instance().UpdatePolicy(component, name, text);
+}
+
 }  // namespace zav::policy

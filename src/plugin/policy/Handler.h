@@ -21,6 +21,8 @@ class Handler {
   /// @return 0, else a negative storage code; the stored policy is then as it was or lost with its database.
   /// @throws std::runtime_error as `Manager::Instance`, on the first use alone.
   int UpdatePolicy(const std::string& name, const Policy& policy) const;
+  /// The same of a policy whose text is at hand.
+  int UpdatePolicy(const std::string& name, const std::string& text) const;
 
  private:
   common::Component component;

@@ -63,7 +63,10 @@ const Policy& Manager::DefaultPolicy() {
 }
 
 int Manager::UpdatePolicy(const Component& component, const std::string& name, const Policy& policy) {
-  const std::string text = policy.AsString();
+  return UpdatePolicy(component, name, policy.AsString());
+}
+
+int Manager::UpdatePolicy(const Component& component, const std::string& name, const std::string& text) {
   if (storage.WritePolicy(component, name, text) == common::kStorageOk) return common::kStorageOk;
 
   if (storage.RestoreBackup() == common::kStorageOk &&

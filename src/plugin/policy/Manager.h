@@ -34,6 +34,8 @@ class Manager {
   /// @param policy  a null one is written as empty text.
   /// @return 0, else the code of the last step that failed (`common::StorageCode`), which is also logged.
   int UpdatePolicy(const common::Component& component, const std::string& name, const Policy& policy);
+  /// The same of a policy whose text is at hand.
+  int UpdatePolicy(const common::Component& component, const std::string& name, const std::string& text);
 
   /// Reads a policy. One that cannot be read is taken from the backup, put in the database's place, or else from the
   /// default policy, written back as far as that succeeds.

@@ -10,6 +10,25 @@
 #include "common/Log.h"
 
 namespace zav::policy {
+namespace {
+
+// The text stands in the databases and replies of devices: it stays byte for byte what this writer makes, and the
+// writer that the library recommends instead makes another one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+/// The text of a value, with a newline at its end.
+std::string Line(const Json::Value& value) {
+  return Json::FastWriter().write(value);
+}
+#pragma GCC diagnostic pop
+
+std::string Part(const Json::Value& value) {
+  std::string text = Line(value);
+  text.pop_back();
+  return text;
+}
+
+}  // namespace
 
 PolicyView::PolicyView(const Json::Value* value) : object(value->isObject() ? value : nullptr) {}
 
@@ -87,13 +106,16 @@ std::vector<std::string> Policy::MemberNames() const {
 }
 
 std::string Policy::AsString() const {
-  if (isNull()) return {};
-// The text stands in the databases and replies of devices: it stays byte for byte what this writer makes, newline
-// included, and the writer that the library recommends instead makes another one.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-  return Json::FastWriter().write(json);
-#pragma GCC diagnostic pop
+  return isNull() ? std::string() : Line(json);
+}
+
+std::string Policy::MemberAsString(const std::string& key) const {
+  const Json::Value* member = isNull() ? nullptr : json.find(key.data(), key.data() + key.size());
+  return member != nullptr ? Part(*member) : std::string();
+}
+
+std::string KeyAsString(const std::string& key) {
+  return Part(Json::Value(key));
 }
 
 Policy ParseJsonString(const std::string& text) {

@@ -92,11 +92,16 @@ class Policy {
 
   /// @return compact JSON text on one line, ended by a newline that is a part of it; empty for a null policy.
   std::string AsString() const;
+  /// @return a member of any type as it stands in that text; empty when it is missing.
+  std::string MemberAsString(const std::string& key) const;
 
  private:
   /// Null or an object, never anything else.
   Json::Value json;
 };
+
+/// @return a key as it stands in the text of a policy, in quotes.
+std::string KeyAsString(const std::string& key);
 
 /// Makes a policy of JSON text.
 ///

@@ -1,14 +1,10 @@
 #include "pyx/State.h"
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
-#include <map>
+#include <iterator>
 #include <memory>
-#include <optional>
-#include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "common/Log.h"
 #include "pyx/PolicyHandler.h"
@@ -44,36 +40,10 @@ constexpr int kNoIndex = -1;
 constexpr int kIndexBound = 2000;
 
 const char* const kInStorage = "in_storage";
-const char* const kUrl = "url";
-const char* const kThreat = "threat";
-const char* const kTimestamp = "timestamp";
-const char* const kUndefinedThreat = "undefined";
 
 // Made on first use, but ended with the library's globals: a local of Instance would end before the service manager
 // does, whose threads still use it then.
 std::unique_ptr<State> theState;
-
-bool IsRecord(const std::string& key) {
-  return key != kConfig && key != kCounters;
-}
-
-/// The number that a key begins with; -1 where there is none, or none that is an int.
-int IndexStrToInt(const std::string& text) {
-  try {
-    return std::stoi(text);
-  } catch (const std::logic_error&) {
-    return kNoIndex;
-  }
-}
-
-/// The index whose plain decimal text a key is.
-std::optional<int> ExactIndex(const std::string& key) {
-  int index = 0;
-  const char* end = key.data() + key.size();
-  const auto [rest, error] = std::from_chars(key.data(), end, index);
-  if (error != std::errc() || rest != end || key[0] == '-' || (key.size() > 1 && key[0] == '0')) return std::nullopt;
-  return index;
-}
 
 /// Counters and time stamps are any 32-bit values that once were stored: their sums wrap.
 int WrappingAdd(int left, int right) {
@@ -84,40 +54,35 @@ int Now() {
   return static_cast<int>(time(nullptr));
 }
 
-/// The record with the lowest index below the bound; of two with one index, the first in key order.
-struct Lowest {
-  int index = kNoIndex;
-  std::string key;
-};
-
-std::optional<Lowest> FindLowest(const Policy& storage) {
-  std::optional<Lowest> lowest;
-  int best = kIndexBound;
-  storage.ForEachMember([&](const std::string& key, const PolicyView&) {
-    if (!IsRecord(key)) return;
-    const int index = IndexStrToInt(key);
-    if (index >= best) return;
-    best = index;
-    lowest = Lowest{index, key};
-  });
-  return lowest;
+/// The records of a range of indexes, both ends included.
+auto RecordsBetween(const ThreatLog& log, int first, int last) {
+  const ThreatLog::Records& records = log.GetRecords();
+  const auto begin = std::partition_point(records.begin(), records.end(),
+                                          [&](const ThreatLog::Record& record) { return record.index < first; });
+  const auto end =
+      std::partition_point(begin, records.end(), [&](const ThreatLog::Record& record) { return record.index <= last; });
+  return std::pair(begin, end);
 }
 
-using IndexedRecords = std::vector<std::pair<int, PolicyView>>;
+/// Seconds since the epoch, both included.
+struct TimeRange {
+  int from;
+  int to;
+};
 
-/// The records of a range of indexes and times, both ends included, in ascending order of their indexes. Walks what
-/// exists: the width of the range costs nothing.
-IndexedRecords RecordsBetween(const Policy& storage, int firstIndex, int lastIndex, int from, int to) {
-  IndexedRecords records;
-  storage.ForEachMember([&](const std::string& key, const PolicyView& record) {
-    const std::optional<int> index = ExactIndex(key);
-    if (!index || *index < firstIndex || *index > lastIndex || record.isNull()) return;
-    const int timestamp = record.GetIntValue(kTimestamp);
-    if (from <= timestamp && timestamp <= to) records.emplace_back(*index, record);
-  });
-  std::sort(records.begin(), records.end(),
-            [](const auto& left, const auto& right) { return left.first < right.first; });
-  return records;
+/// Whether a record is one that a search may find: it goes by the plain text of its index.
+bool IsFound(const ThreatLog::Record& record, const TimeRange& times) {
+  return record.isPlain && times.from <= record.timestamp && record.timestamp <= times.to;
+}
+
+/// @param maxCount  0 or less: no limit.
+template <class Iterator>
+ThreatLog::Selection Select(Iterator begin, Iterator end, const TimeRange& times, int maxCount) {
+  ThreatLog::Selection found;
+  for (; begin != end && (maxCount <= 0 || found.size() < static_cast<unsigned>(maxCount)); ++begin) {
+    if (IsFound(*begin, times)) found.push_back(&*begin);
+  }
+  return found;
 }
 
 void ReadSwitch(const Policy& state, const char* key, State::Enum& field) {
@@ -157,7 +122,7 @@ State::State() {
 }
 
 void State::Load() {
-  storage = PolicyHandler.GetPolicy(kStoragePolicy);
+  storage = ThreatLog(PolicyHandler.GetPolicy(kStoragePolicy));
   const Policy state = PolicyHandler.GetPolicy(kStatePolicy);
   ReadSwitch(state, kPyxState, pyxState);
   ReadSwitch(state, kLoggingState, loggingState);
@@ -178,7 +143,7 @@ void State::ValidateStorage() {
 }
 
 bool State::CountersAreInvalid() const {
-  const PolicyView counters = storage.Member(kCounters);
+  const Policy& counters = storage.Counters();
   return counters.isNull() || counters.GetIntValue(kCount) < 0 || counters.GetIntValue(kLastIndex) < kNoIndex ||
          counters.GetIntValue(kLastIndex) > kIndexBound;
 }
@@ -209,36 +174,32 @@ void State::ResetState() {
   Policy counters;
   counters.SetIntValue(kCount, 0);
   counters.SetIntValue(kLastIndex, kNoIndex);
-  Policy fresh;
-  fresh.SetSubPolicy(kConfig, storage.GetSubPolicy(kConfig));
-  fresh.SetSubPolicy(kCounters, std::move(counters));
+  DropRecords(std::move(counters));
+}
+
+/// Begins a log with the same configuration.
+void State::DropRecords(Policy&& counters) {
+  ThreatLog fresh;
+  fresh.SetConfig(Policy(storage.Config()));
+  fresh.SetCounters(std::move(counters));
   storage = std::move(fresh);
 }
 
 int State::SaveStorage() {
-  return PolicyHandler.UpdatePolicy(kStoragePolicy, storage);
+  return PolicyHandler.UpdatePolicy(kStoragePolicy, storage.Text());
 }
 
 void State::RemoveOutdatedRecords(int now) {
   const int period = Config().GetIntValue(kMaxLoggingPeriod);
-  std::vector<std::string> outdated;
-  storage.ForEachMember([&](const std::string& key, const PolicyView& record) {
-    if (!IsRecord(key)) return;
-    if (record.isNull() || IndexStrToInt(key) < 0 || WrappingAdd(record.GetIntValue(kTimestamp), period) < now) {
-      outdated.push_back(key);
-    }
-  });
-  if (outdated.empty()) return;
-  for (const std::string& key : outdated) storage.DeleteValue(key);
-  SaveStorage();
+  const auto isWanted = [&](const ThreatLog::Record& record) {
+    return record.isObject && record.index >= 0 && WrappingAdd(record.timestamp, period) >= now;
+  };
+  if (storage.Keep(isWanted)) SaveStorage();
 }
 
 int State::ResetLog() {
   const std::lock_guard guard(mutex);
-  Policy kept;
-  kept.SetSubPolicy(kConfig, storage.GetSubPolicy(kConfig));
-  kept.SetSubPolicy(kCounters, storage.GetSubPolicy(kCounters));
-  storage = std::move(kept);
+  DropRecords(Policy(storage.Counters()));
   return SaveStorage();
 }
 
@@ -248,26 +209,25 @@ Policy State::GetLogStatus() {
 
   int total = 0;
   Policy tally;
-  storage.ForEachMember([&](const std::string& key, const PolicyView& record) {
-    if (!IsRecord(key) || record.GetStringValue(kUrl).empty()) return;
-    ++total;
-    const std::string threat = record.GetStringValue(kThreat);
-    Increment(tally, threat.empty() ? kUndefinedThreat : threat);
-  });
+  for (const auto& [threat, count] : storage.GetThreats()) {
+    if (count == 0) continue;
+    tally.SetIntValue(threat, count);
+    total += count;
+  }
   if (total > 0) tally.SetIntValue(kCount, total);
 
-  Policy counters = storage.GetSubPolicy(kCounters);
+  Policy counters = storage.Counters();
   counters.DeleteValue(kLastIndex);
   Policy status;
   status.SetSubPolicy(kInStorage, std::move(tally));
-  status.SetSubPolicy(kConfig, storage.GetSubPolicy(kConfig));
+  status.SetSubPolicy(kConfig, storage.Config());
   status.SetSubPolicy(kCounters, std::move(counters));
   return status;
 }
 
 int State::GetFirstIndex() const {
-  const std::optional<Lowest> lowest = FindLowest(storage);
-  return lowest ? lowest->index : kNoIndex;
+  const ThreatLog::Records& records = storage.GetRecords();
+  return !records.empty() && records.front().index < kIndexBound ? records.front().index : kNoIndex;
 }
 
 int State::LogThreatUrl(const std::string& url, const std::string& threat, int now) {
@@ -275,91 +235,58 @@ int State::LogThreatUrl(const std::string& url, const std::string& threat, int n
   if (url.empty()) return -1;
 
   const int maxFileSize = Config().GetIntValue(kMaxFileSize);
-  if (storage.Member(kCounters).GetIntValue(kLastIndex) >= Config().GetIntValue(kMaxIndex)) RenumberRecords();
+  if (storage.Counters().GetIntValue(kLastIndex) >= Config().GetIntValue(kMaxIndex)) RenumberRecords();
 
-  // Two of the members are the configuration and the counters.
-  if (storage.MemberCount() - 2 >= static_cast<unsigned>(maxFileSize)) {
-    if (const std::optional<Lowest> lowest = FindLowest(storage)) {
-      storage.DeleteValue(lowest->key);
-      LOG_INFO("Record [", lowest->key, "] deleted");
-    }
+  if (storage.GetRecords().size() >= static_cast<unsigned>(maxFileSize) && GetFirstIndex() != kNoIndex) {
+    const std::string key = storage.GetRecords().front().key;
+    storage.RemoveFirst();
+    LOG_INFO("Record [", key, "] deleted");
   }
   AddRecord(url, threat.empty() ? kUndefinedThreat : threat, now);
   return SaveStorage() == 0 ? 0 : -1;
 }
 
 void State::RenumberRecords() {
-  std::map<int, PolicyView> byIndex;
-  storage.ForEachMember([&](const std::string& key, const PolicyView& record) {
-    if (IsRecord(key)) byIndex[IndexStrToInt(key)] = record;
-  });
-
-  Policy renumbered;
-  renumbered.SetSubPolicy(kConfig, storage.GetSubPolicy(kConfig));
-  int index = kNoIndex;
-  for (const auto& [oldIndex, record] : byIndex) renumbered.SetSubPolicy(std::to_string(++index), record.Copy());
-
-  Policy counters = storage.GetSubPolicy(kCounters);
-  counters.SetIntValue(kLastIndex, index);
-  renumbered.SetSubPolicy(kCounters, std::move(counters));
+  ThreatLog renumbered = storage.Renumbered();
+  Policy counters = storage.Counters();
+  counters.SetIntValue(kLastIndex, static_cast<int>(renumbered.GetRecords().size()) - 1);
+  renumbered.SetCounters(std::move(counters));
   storage = std::move(renumbered);
 }
 
 void State::AddRecord(const std::string& url, const std::string& threat, int now) {
-  Policy record;
-  record.SetStringValue(kUrl, url);
-  record.SetStringValue(kThreat, threat);
-  record.SetIntValue(kTimestamp, now);
-
-  Policy counters = storage.GetSubPolicy(kCounters);
+  Policy counters = storage.Counters();
   const int index = WrappingAdd(counters.GetIntValue(kLastIndex), 1);
   // Read before the counters are written: a threat may bear the name of one of them.
   const int seen = counters.GetIntValue(threat);
   Increment(counters, kCount);
   counters.SetIntValue(kLastIndex, index);
   counters.SetIntValue(threat, WrappingAdd(seen, 1));
-
-  storage.SetSubPolicy(std::to_string(index), std::move(record));
-  storage.SetSubPolicy(kCounters, std::move(counters));
+  storage.Add(index, url, threat, now, std::move(counters));
 }
 
 LogSlice State::FindRecords(const LogQuery& query, LogOrder order) const {
   const bool forward = order == LogOrder::kOldestFirst;
   const int first = GetFirstIndex();
-  const int last = storage.Member(kCounters).GetIntValue(kLastIndex);
+  const int last = storage.Counters().GetIntValue(kLastIndex);
   const bool startIsGiven = query.startIndex >= 0 && query.startIndex <= Config().GetIntValue(kMaxIndex);
   const int start = startIsGiven ? query.startIndex : (forward ? first : last);
+  if ((forward ? start : first) < 0) return {start, {}};
 
-  LogSlice slice{start, {}};
-  if ((forward ? start : first) < 0) return slice;
-
-  const int from = query.to <= query.from ? 0 : query.from;
-  IndexedRecords records = forward ? RecordsBetween(storage, start, last, from, query.to)
-                                   : RecordsBetween(storage, first, start, from, query.to);
-  if (!forward) std::reverse(records.begin(), records.end());
-  if (query.maxCount > 0 && records.size() > static_cast<unsigned>(query.maxCount)) {
-    records.resize(static_cast<unsigned>(query.maxCount));
-  }
-  for (const auto& [index, record] : records) {
-    slice.records.SetSubPolicy(std::to_string(index), record.Copy());
-    slice.lastIndex = index;
-  }
-  return slice;
+  const TimeRange times{query.to <= query.from ? 0 : query.from, query.to};
+  const auto [begin, end] = RecordsBetween(storage, forward ? start : first, forward ? last : start);
+  const ThreatLog::Selection found =
+      forward ? Select(begin, end, times, query.maxCount)
+              : Select(std::reverse_iterator(end), std::reverse_iterator(begin), times, query.maxCount);
+  return {found.empty() ? start : found.back()->index, storage.TextOf(found)};
 }
 
 int State::CountRecords(int from, int to) const {
   const int first = GetFirstIndex();
   if (first < 0) return 0;
-  const int last = storage.Member(kCounters).GetIntValue(kLastIndex);
-  return static_cast<int>(RecordsBetween(storage, first, last, from, to).size());
-}
-
-PolicyView State::Config() const {
-  return storage.Member(kConfig);
-}
-
-void State::SetConfig(Policy&& config) {
-  storage.SetSubPolicy(kConfig, std::move(config));
+  const auto [begin, end] = RecordsBetween(storage, first, storage.Counters().GetIntValue(kLastIndex));
+  const TimeRange times{from, to};
+  return static_cast<int>(std::count_if(begin, end, [&](const auto& record) { return IsFound(record, times); }));
 }
 
 }  // namespace zav::pyx

@@ -2,8 +2,10 @@
 
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "policy/Policy.h"
+#include "pyx/ThreatLog.h"
 
 namespace zav::pyx {
 
@@ -24,8 +26,8 @@ enum class LogOrder { kOldestFirst, kNewestFirst };
 struct LogSlice {
   /// The index of the last one; where there is none, the index that the search started at.
   int lastIndex = -1;
-  /// The records by their indexes; null where there is none.
-  policy::Policy records;
+  /// The text of the policy that has each of them as a member named by its index; empty where there is none.
+  std::string records;
 };
 
 /// The feature's state: its two switches, and the threat log with its configuration and counters.
@@ -102,8 +104,8 @@ class State {
   int CountRecords(int from, int to) const;
 
   /// The configuration of the log. Does not save.
-  policy::PolicyView Config() const;
-  void SetConfig(policy::Policy&& config);
+  policy::PolicyView Config() const { return storage.Config().View(); }
+  void SetConfig(policy::Policy&& config) { storage.SetConfig(std::move(config)); }
 
  private:
   State();
@@ -112,6 +114,7 @@ class State {
   void ValidateStorage();
   bool CountersAreInvalid() const;
   int ApplySwitch(Enum& field, Enum value, const char* key);
+  void DropRecords(policy::Policy&& counters);
   void RenumberRecords();
   void AddRecord(const std::string& url, const std::string& threat, int now);
 
@@ -119,7 +122,7 @@ class State {
   Enum pyxState = Enabled;
   Enum loggingState = Disabled;
   /// Configuration, counters and records: the one source of truth, ahead of the database after a failed save.
-  policy::Policy storage;
+  ThreatLog storage;
 };
 
 }  // namespace zav::pyx

@@ -5,6 +5,7 @@
 #include "PYXManager.h"
 #include "doctor/Examination.h"
 #include "support/Device.h"
+#include "support/StateInMemory.h"
 #include "support/StoredState.h"
 #include "zav-pyx-plugin.h"
 
@@ -136,7 +137,7 @@ bool ObeysAll(const Json::Value& policies) {
   bool obeys = Agrees(policies["Service"], "restart_delay", PYXManager::Instance().RestartDelay()) &&
                Agrees(policies["State"], "pyx_state", word(state.PyxState())) &&
                Agrees(policies["State"], "logging_state", word(state.LoggingState()));
-  const auto counters = zav::test::StorageOf(state).GetSubPolicy("state");
+  const zav::policy::Policy counters(zav::test::InMemory(state)["state"]);
   for (const char* name : {"count", "last_index"}) {
     obeys = obeys && Agrees(policies["Storage"]["state"], name, counters.GetIntValue(name));
   }

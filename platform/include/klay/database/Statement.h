@@ -24,8 +24,9 @@ class __attribute__((visibility("default"))) Statement {
 
   /// Binds a copy of `text` to the parameter `index`, counted from 1. A null pointer binds NULL.
   void bind(int index, const char* text);
-  /// The same for a string, zeros inside it included.
+  /// Binds a string, zeros inside it included. It is not copied: it has to stay as it is until the statement ends.
   void bind(int index, const std::string& text);
+  void bind(int index, std::string&& text) = delete;
 
   /// Goes to the next row.
   /// @return true while there is one.

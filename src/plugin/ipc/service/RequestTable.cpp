@@ -111,18 +111,16 @@ void GetRecords(Request& request, LogOrder order) {
   }
   request.connection.requestReceived();
   LogSlice slice;
-  std::string text;
   {
     State& state = State::Instance();
     const std::lock_guard guard(state.Mutex());
     slice = state.FindRecords(MakeQuery(package), order);
-    text = slice.records.AsString();
   }
-  if (text.empty()) {
+  if (slice.records.empty()) {
     Reply(request, kFailed);
     return;
   }
-  if (Reply(request, kDone) && Reply(request, slice.lastIndex)) Reply(request, std::move(text));
+  if (Reply(request, kDone) && Reply(request, slice.lastIndex)) Reply(request, std::move(slice.records));
 }
 
 void GetLog(Request& request) {
