@@ -49,9 +49,12 @@ std::string PieceOf(const std::string& key, const Policy& policy) {
   return PieceOf(key, std::string_view(value).substr(0, value.size() - 1));
 }
 
-template <class Member>
-bool StandsBefore(const Member* left, const Member* right) {
+bool StandsBefore(const ThreatLog::Member* left, const ThreatLog::Member* right) {
   return left->offset < right->offset;
+}
+
+bool HasLowerKey(const ThreatLog::Member* left, const ThreatLog::Member* right) {
+  return left->key < right->key;
 }
 
 bool HasLowerIndex(const ThreatLog::Record& left, const ThreatLog::Record& right) {
@@ -186,7 +189,7 @@ void ThreatLog::Add(int index, const std::string& url, const std::string& threat
 void ThreatLog::RemoveFirst() {
   Erase(records.front());
   Uncount(records.front());
-  records.pop_front();
+  records.erase(records.begin());
   ShrinkText();
 }
 
@@ -200,7 +203,7 @@ bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
   for (Member* member : {&configMember, &countersMember}) {
     if (member->size > 0) kept.push_back(member);
   }
-  std::sort(kept.begin(), kept.end(), StandsBefore<Member>);
+  std::sort(kept.begin(), kept.end(), StandsBefore);
 
   // From here on nothing needs memory. One pass, however many go: what is kept closes up.
   std::size_t end = 0;
@@ -222,21 +225,26 @@ bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
 ThreatLog ThreatLog::Renumbered() const {
   ThreatLog fresh;
   fresh.text.reserve(text.size());
-  std::vector<std::pair<Record*, const Record*>> inTextOrder;
+  // By their new indexes; the places of the new ones stay what they are while there are more to come.
+  fresh.records.reserve(records.size());
+  std::vector<const Record*> old;
+  std::vector<Member*> inTextOrder;
   for (auto record = records.begin(); record != records.end(); ++record) {
     const auto next = std::next(record);
     if (next != records.end() && next->index == record->index) continue;
     Record& renumbered = fresh.records.emplace_back();
-    renumbered.index = static_cast<int>(fresh.records.size()) - 1;
+    renumbered.index = static_cast<int>(old.size());
     renumbered.key = std::to_string(renumbered.index);
     renumbered.isObject = renumbered.isPlain = true;
     renumbered.timestamp = record->timestamp;
     if (record->threat != nullptr) fresh.Count(renumbered, record->threat->first);
-    inTextOrder.emplace_back(&renumbered, &*record);
+    inTextOrder.push_back(&renumbered);
+    old.push_back(&*record);
   }
-  std::sort(inTextOrder.begin(), inTextOrder.end(),
-            [](const auto& left, const auto& right) { return left.first->key < right.first->key; });
-  for (const auto& [renumbered, record] : inTextOrder) fresh.Append(*renumbered, ValueOf(*record));
+  std::sort(inTextOrder.begin(), inTextOrder.end(), HasLowerKey);
+  for (Member* member : inTextOrder) {
+    fresh.Append(*member, ValueOf(*old[static_cast<unsigned>(static_cast<Record*>(member)->index)]));
+  }
   fresh.SetConfig(Policy(config));
   fresh.SetCounters(Policy(counters));
   return fresh;
@@ -249,7 +257,7 @@ std::string_view ThreatLog::ValueOf(const Record& record) const {
 
 std::string ThreatLog::TextOf(Selection selection) const {
   if (selection.empty()) return {};
-  std::sort(selection.begin(), selection.end(), StandsBefore<Record>);
+  std::sort(selection.begin(), selection.end(), StandsBefore);
   std::size_t size = kEnd.size();
   for (const Record* record : selection) size += record->size;
   std::string result;

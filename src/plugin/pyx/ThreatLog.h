@@ -1,6 +1,5 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -48,7 +47,7 @@ class ThreatLog {
     /// Where it is counted; null where it is not.
     Threats::value_type* threat = nullptr;
   };
-  using Records = std::deque<Record>;
+  using Records = std::vector<Record>;
   /// Some of the records.
   using Selection = std::vector<const Record*>;
 
