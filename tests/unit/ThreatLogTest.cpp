@@ -46,7 +46,11 @@ class ALog : public testing::Test {
   void Check() {
     const Policy storage(plain);
     ASSERT_EQ(log.Text(), storage.AsString());
-    ASSERT_EQ(NotesOf(log), NotesOf(ThreatLog(storage)));
+    ThreatLog anew(storage);
+    ASSERT_EQ(NotesOf(log), NotesOf(anew));
+    // The first one is kept, the second one is that one.
+    ASSERT_EQ(log.SummaryText(), anew.Summary().AsString());
+    ASSERT_EQ(log.SummaryText(), anew.Summary().AsString());
     ASSERT_EQ(log.Config().AsString(), storage.GetSubPolicy("config").AsString());
     ASSERT_EQ(log.Counters().AsString(), storage.GetSubPolicy("state").AsString());
   }

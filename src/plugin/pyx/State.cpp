@@ -39,8 +39,6 @@ constexpr int kNoIndex = -1;
 // the configured "max_index" is.
 constexpr int kIndexBound = 2000;
 
-const char* const kInStorage = "in_storage";
-
 // Made on first use, but ended with the library's globals: a local of Instance would end before the service manager
 // does, whose threads still use it then.
 std::unique_ptr<State> theState;
@@ -206,23 +204,13 @@ int State::ResetLog() {
 Policy State::GetLogStatus() {
   const std::lock_guard guard(mutex);
   RemoveOutdatedRecords(Now());
+  return storage.Summary();
+}
 
-  int total = 0;
-  Policy tally;
-  for (const auto& [threat, count] : storage.GetThreats()) {
-    if (count == 0) continue;
-    tally.SetIntValue(threat, count);
-    total += count;
-  }
-  if (total > 0) tally.SetIntValue(kCount, total);
-
-  Policy counters = storage.Counters();
-  counters.DeleteValue(kLastIndex);
-  Policy status;
-  status.SetSubPolicy(kInStorage, std::move(tally));
-  status.SetSubPolicy(kConfig, storage.Config());
-  status.SetSubPolicy(kCounters, std::move(counters));
-  return status;
+std::string State::GetLogStatusText() {
+  const std::lock_guard guard(mutex);
+  RemoveOutdatedRecords(Now());
+  return storage.SummaryText();
 }
 
 int State::GetFirstIndex() const {

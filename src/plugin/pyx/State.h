@@ -37,9 +37,9 @@ struct LogSlice {
 /// records stand "config" {"max_index", "max_file_size", "max_logging_period"} and "state" {"count", "last_index",
 /// and a counter for each threat}.
 ///
-/// Threads: `Mutex` guards everything. `ApplyPyxState`, `ApplyLoggingState`, `ResetLog` and `GetLogStatus` take it
-/// themselves; for all else the caller holds it, from its first look to the end of its change, saving included. It is
-/// recursive: who holds it may call any operation.
+/// Threads: `Mutex` guards everything. `ApplyPyxState`, `ApplyLoggingState`, `ResetLog`, `GetLogStatus` and
+/// `GetLogStatusText` take it themselves; for all else the caller holds it, from its first look to the end of its
+/// change, saving included. It is recursive: who holds it may call any operation.
 class State {
  public:
   enum Enum : int { Disabled = 0, Enabled = 1 };
@@ -83,6 +83,8 @@ class State {
   /// Summarises the log: "in_storage" (records by threat, and "count" of all), "config" and "state" without
   /// "last_index". Drops outdated records first.
   policy::Policy GetLogStatus();
+  /// The same as text.
+  std::string GetLogStatusText();
 
   /// @return the lowest record index; -1 when there is no record, none below 2000, or one whose key is no index.
   int GetFirstIndex() const;

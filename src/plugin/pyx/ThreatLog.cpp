@@ -19,7 +19,7 @@ const char* const kUrl = "url";
 const char* const kThreat = "threat";
 const char* const kTimestamp = "timestamp";
 
-/// What room is left unused after much has gone is given back, unless it is little.
+/// What room is left unused after much has gone is given back, unless it is little. A summary is kept if it is.
 constexpr std::size_t kRoomToKeep = 64 * 1024;
 
 /// The number that a key begins with; -1 where there is none, or none that is an int.
@@ -92,6 +92,32 @@ const std::string& ThreatLog::Text() const {
   return text.size() > kEnd.size() ? text : nothing;
 }
 
+Policy ThreatLog::Summary() const {
+  int total = 0;
+  Policy tally;
+  for (const auto& [threat, count] : threats) {
+    if (count == 0) continue;
+    tally.SetIntValue(threat, count);
+    total += count;
+  }
+  if (total > 0) tally.SetIntValue("count", total);
+
+  Policy seen = counters;
+  seen.DeleteValue("last_index");
+  Policy result;
+  result.SetSubPolicy("in_storage", std::move(tally));
+  result.SetSubPolicy(configMember.key, config);
+  result.SetSubPolicy(countersMember.key, std::move(seen));
+  return result;
+}
+
+std::string ThreatLog::SummaryText() {
+  if (!summary.empty()) return summary;
+  std::string made = Summary().AsString();
+  if (made.size() <= kRoomToKeep) summary = made;
+  return made;
+}
+
 void ThreatLog::Count(Record& record, const std::string& threat) {
   record.threat = &*threats.try_emplace(threat, 0).first;
   ++record.threat->second;
@@ -110,6 +136,7 @@ void ThreatLog::ForEachMember(Visit visit) {
 
 /// @param member  of all the one with the last key.
 void ThreatLog::Append(Member& member, std::string_view value) {
+  Changed();
   const std::string piece = PieceOf(member.key, value);
   member.offset = text.size() - kEnd.size();
   member.size = piece.size();
@@ -119,6 +146,7 @@ void ThreatLog::Append(Member& member, std::string_view value) {
 
 /// @param piece  there is room for it.
 void ThreatLog::Insert(Member& member, std::string_view piece) {
+  Changed();
   std::size_t at = text.size() - kEnd.size();
   ForEachMember([&](const Member& other) {
     if (other.size > 0 && other.offset < at && other.key > member.key) at = other.offset;
@@ -136,6 +164,7 @@ void ThreatLog::Insert(Member& member, std::string_view piece) {
 }
 
 void ThreatLog::Erase(Member& member) {
+  Changed();
   text.erase(member.offset, member.size);
   ForEachMember([&](Member& other) {
     if (other.offset > member.offset) other.offset -= member.size;
@@ -206,6 +235,7 @@ bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
   std::sort(kept.begin(), kept.end(), StandsBefore);
 
   // From here on nothing needs memory. One pass, however many go: what is kept closes up.
+  Changed();
   std::size_t end = 0;
   for (Member* member : kept) {
     std::memmove(&text[end], &text[member->offset], member->size);

@@ -17,8 +17,9 @@ inline constexpr const char* kUndefinedThreat = "undefined";
 /// `Policy::AsString` would have it. A change costs the bytes that it moves, however many records there are, and
 /// neither a save nor an answer renders any of them again.
 ///
-/// Beside the text stands what the rules of the log ask of a record, and how many there are of each threat. Both are
-/// right because nothing but the operations here changes any of the three, and each of these changes them together.
+/// Beside the text stands what the rules of the log ask of a record, how many there are of each threat, and the summary
+/// that was asked for last. They are right because nothing but the operations here changes any of them, and each of
+/// these changes them together; the summary goes with the first byte of the text that does.
 /// One that finds no memory throws and leaves all of them as they were.
 ///
 /// One object, `State`'s; whoever uses it holds that one's mutex.
@@ -69,6 +70,12 @@ class ThreatLog {
   void SetConfig(policy::Policy&& policy) { Set(configMember, config, std::move(policy)); }
   void SetCounters(policy::Policy&& policy) { Set(countersMember, counters, std::move(policy)); }
 
+  /// "in_storage" (how many records there are of each threat, and "count" of all; missing where there is none),
+  /// "config" and "state" without "last_index".
+  policy::Policy Summary() const;
+  /// The same as text, which is kept until the log changes.
+  std::string SummaryText();
+
   /// By ascending index; of two with the same, in the order of their keys.
   const Records& GetRecords() const { return records; }
   const Threats& GetThreats() const { return threats; }
@@ -101,6 +108,7 @@ class ThreatLog {
   void Insert(Member& member, std::string_view piece);
   void Erase(Member& member);
   void ShrinkText();
+  void Changed() { summary.clear(); }
   std::string_view ValueOf(const Record& record) const;
   void Count(Record& record, const std::string& threat);
   void Uncount(const Record& record);
@@ -110,6 +118,8 @@ class ThreatLog {
   std::string text{kEnd};
   policy::Policy config;
   policy::Policy counters;
+  /// Empty where it has to be made; never a long one.
+  std::string summary;
   Member configMember{"config"};
   Member countersMember{"state"};
   Records records;

@@ -96,7 +96,7 @@ void LogThreatUrl(Request& request) {
 
 void GetLogStatus(Request& request) {
   request.connection.requestReceived();
-  Reply(request, State::Instance().GetLogStatus().AsString());
+  Reply(request, State::Instance().GetLogStatusText());
 }
 
 LogQuery MakeQuery(const LogPackage& package) {
