@@ -5,9 +5,9 @@ readonly packages=(g++ cmake ninja-build pkg-config libjsoncpp-dev libsqlite3-de
 
 # shellcheck disable=SC2034 # the commands read it
 # What the tests of the builds without sanitizers need beside them: shells, a log daemon, a browser, what reads manual
-# pages, and what reads service units.
+# pages, what reads service units, and what counts instructions.
 readonly test_packages=(zsh fish rsyslog mandoc man-db chromium chromium-driver python3-selenium
-                        systemd)
+                        systemd valgrind)
 
 # shellcheck disable=SC2034 # the commands read it
 # What counts instructions for the bench, and what it holds the plug-in beside.
