@@ -73,7 +73,7 @@ class ALog : public testing::Test {
   void Add() {
     const int index = Number(30);
     const std::string url = "http://" + std::string(static_cast<unsigned>(Number(20)), 'u');
-    const std::string threat = kThreats[static_cast<unsigned>(Number(2))];
+    const std::string& threat = kThreats[static_cast<unsigned>(Number(2))];
     const int timestamp = Number(100);
     Policy counters = MakeCounters();
     plain["state"] = Parsed(counters.AsString());

@@ -23,7 +23,6 @@ const char* const kLoggingState = "logging_state";
 const char* const kEnabled = "enabled";
 const char* const kDisabled = "disabled";
 
-const char* const kConfig = "config";
 const char* const kMaxIndex = "max_index";
 const char* const kMaxFileSize = "max_file_size";
 const char* const kMaxLoggingPeriod = "max_logging_period";
@@ -31,7 +30,6 @@ constexpr int kDefaultMaxIndex = 2000;
 constexpr int kDefaultMaxFileSize = 10;
 constexpr int kDefaultMaxLoggingPeriod = 3600;
 
-const char* const kCounters = "state";
 const char* const kCount = "count";
 const char* const kLastIndex = "last_index";
 constexpr int kNoIndex = -1;
@@ -50,6 +48,12 @@ int WrappingAdd(int left, int right) {
 
 int Now() {
   return static_cast<int>(time(nullptr));
+}
+
+/// The record with the lowest index, where that is below the bound: it is the first one. Null where there is none.
+const ThreatLog::Record* FindLowest(const ThreatLog& log) {
+  const ThreatLog::Records& records = log.GetRecords();
+  return !records.empty() && records.front().index < kIndexBound ? &records.front() : nullptr;
 }
 
 /// The records of a range of indexes, both ends included.
@@ -214,8 +218,8 @@ std::string State::GetLogStatusText() {
 }
 
 int State::GetFirstIndex() const {
-  const ThreatLog::Records& records = storage.GetRecords();
-  return !records.empty() && records.front().index < kIndexBound ? records.front().index : kNoIndex;
+  const ThreatLog::Record* lowest = FindLowest(storage);
+  return lowest != nullptr ? lowest->index : kNoIndex;
 }
 
 int State::LogThreatUrl(const std::string& url, const std::string& threat, int now) {
@@ -225,10 +229,12 @@ int State::LogThreatUrl(const std::string& url, const std::string& threat, int n
   const int maxFileSize = Config().GetIntValue(kMaxFileSize);
   if (storage.Counters().GetIntValue(kLastIndex) >= Config().GetIntValue(kMaxIndex)) RenumberRecords();
 
-  if (storage.GetRecords().size() >= static_cast<unsigned>(maxFileSize) && GetFirstIndex() != kNoIndex) {
-    const std::string key = storage.GetRecords().front().key;
-    storage.RemoveFirst();
-    LOG_INFO("Record [", key, "] deleted");
+  if (storage.GetRecords().size() >= static_cast<unsigned>(maxFileSize)) {
+    if (const ThreatLog::Record* lowest = FindLowest(storage)) {
+      const std::string key = lowest->key;
+      storage.RemoveFirst();
+      LOG_INFO("Record [", key, "] deleted");
+    }
   }
   AddRecord(url, threat.empty() ? kUndefinedThreat : threat, now);
   return SaveStorage() == 0 ? 0 : -1;

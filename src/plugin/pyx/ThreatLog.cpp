@@ -20,7 +20,7 @@ const char* const kThreat = "threat";
 const char* const kTimestamp = "timestamp";
 
 /// What room is left unused after much has gone is given back, unless it is little. A summary is kept if it is.
-constexpr std::size_t kRoomToKeep = 64 * 1024;
+constexpr std::size_t kRoomToKeep = 65536;
 
 /// The number that a key begins with; -1 where there is none, or none that is an int.
 int IndexStrToInt(const std::string& text) {

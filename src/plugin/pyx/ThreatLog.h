@@ -19,8 +19,8 @@ inline constexpr const char* kUndefinedThreat = "undefined";
 ///
 /// Beside the text stands what the rules of the log ask of a record, how many there are of each threat, and the summary
 /// that was asked for last. They are right because nothing but the operations here changes any of them, and each of
-/// these changes them together; the summary goes with the first byte of the text that does.
-/// One that finds no memory throws and leaves all of them as they were.
+/// these changes them together; the summary is made anew after any change. One that finds no memory throws and leaves
+/// all of them as they were.
 ///
 /// One object, `State`'s; whoever uses it holds that one's mutex.
 class ThreatLog {
@@ -91,9 +91,8 @@ class ThreatLog {
   /// Removes every record for which `isWanted` is false. @return whether there was one.
   bool Keep(const std::function<bool(const Record&)>& isWanted);
 
-  /// @return the same log with new indexes for its records, 0, 1, 2 and so on, in the order of the old ones; of two
-  /// with
-  ///         the same index the one whose key comes last stays. The counters are the same.
+  /// @return the same log with new indexes for its records: 0, 1, 2 and so on, in the order of the old ones; of two
+  ///         with the same old one, that stays whose key comes last. The counters are as they were.
   ThreatLog Renumbered() const;
 
   /// @return the records alone, as the text of a policy of which each is a member; empty for none.
