@@ -28,9 +28,7 @@ std::string NotesOf(const ThreatLog& log) {
           << (record.isObject ? ", object" : "") << (record.isPlain ? ", plain" : "") << ", time " << record.timestamp
           << ", threat " << (record.threat != nullptr ? record.threat->first : "none") << '\n';
   }
-  for (const auto& [threat, count] : log.GetThreats()) {
-    if (count != 0) notes << threat << ": " << count << '\n';
-  }
+  for (const auto& [threat, count] : log.GetThreats()) notes << threat << ": " << count << '\n';
   return notes.str();
 }
 
@@ -184,6 +182,27 @@ TEST_F(ALog, ThatWasMovedIsWhatItWas) {
   Check();
   RemoveFirst();
   Check();
+}
+
+TEST_F(ALog, GivesTheRoomBackThatALargeRecordTook) {
+  constexpr size_t kLarge = 1'000'000;
+  Begin(test::StoredLog{.records = {{"1", Record(std::string(kLarge, 'u'), "T", 5)}, {"2", Record("u", "T", 9)}}}
+            .Value());
+  ASSERT_GT(log.Text().capacity(), kLarge);
+  RemoveFirst();
+  EXPECT_LT(log.Text().capacity(), kLarge / 10);
+  Check();
+  Begin(test::StoredLog{.records = {{"1", Record(std::string(kLarge, 'u'), "T", 5)}, {"2", Record("u", "T", 9)}}}
+            .Value());
+  EXPECT_TRUE(log.Keep([](const auto& record) { return record.timestamp == 9; }));
+  EXPECT_LT(log.Text().capacity(), kLarge / 10);
+}
+
+TEST_F(ALog, KeepsALittleRoomForTheNextRecord) {
+  constexpr size_t kSmall = 10'000;
+  Begin(test::StoredLog{.records = {{"1", Record(std::string(kSmall, 'u'), "T", 5)}}}.Value());
+  RemoveFirst();
+  EXPECT_GT(log.Text().capacity(), kSmall);
 }
 
 TEST_F(ALog, OfNothingHasNoText) {
