@@ -221,6 +221,22 @@ TEST_F(ALog, HasNeitherConfigurationNorCountersThatAreNoObjects) {
   Check();
 }
 
+TEST_F(ALog, ThatLostAllItHadIsBegunAnew) {
+  Begin(Parsed(R"({"1":{"url":"u"}})"));
+  EXPECT_TRUE(log.Keep([](const auto&) { return false; }));
+  EXPECT_EQ(log.Text(), "");
+  plain = Json::Value();
+  SetCounters();
+  SetConfig();
+  Check();
+  Begin(Parsed(R"({"1":{"url":"u"}})"));
+  RemoveFirst();
+  EXPECT_EQ(log.Text(), "");
+  SetConfig();
+  SetCounters();
+  Check();
+}
+
 TEST_F(ALog, IsLeftAsItIsByNullForItsConfigurationOrCounters) {
   Begin(test::StoredLog().Value());
   log.SetConfig(Policy());

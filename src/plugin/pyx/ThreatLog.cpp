@@ -163,6 +163,7 @@ void ThreatLog::Insert(Member& member, std::string_view piece) {
   member.size = piece.size();
 }
 
+/// @param member  is to be inserted again, or goes. One that does not stand there yet stays so.
 void ThreatLog::Erase(Member& member) {
   Changed();
   text.erase(member.offset, member.size);
@@ -170,7 +171,6 @@ void ThreatLog::Erase(Member& member) {
     if (other.offset > member.offset) other.offset -= member.size;
   });
   if (text[0] == ',') text[0] = '{';
-  member.size = 0;
 }
 
 void ThreatLog::ShrinkText() {
@@ -181,7 +181,7 @@ void ThreatLog::Set(Member& member, Policy& field, Policy&& policy) {
   if (policy.isNull()) return;
   const std::string piece = PieceOf(member.key, policy);
   text.reserve(text.size() + piece.size());
-  if (member.size > 0) Erase(member);
+  Erase(member);
   Insert(member, piece);
   field = std::move(policy);
 }
@@ -205,12 +205,12 @@ void ThreatLog::Add(int index, const std::string& url, const std::string& threat
   // From here on nothing needs memory.
   ++counted.second;
   Uncount(*place);
-  if (place->size > 0) Erase(*place);
+  Erase(*place);
   place->isObject = place->isPlain = true;
   place->timestamp = timestamp;
   place->threat = &counted;
   Insert(*place, piece);
-  if (countersMember.size > 0) Erase(countersMember);
+  Erase(countersMember);
   Insert(countersMember, countersPiece);
   counters = std::move(newCounters);
 }
@@ -224,13 +224,9 @@ void ThreatLog::RemoveFirst() {
 
 bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
   if (std::all_of(records.begin(), records.end(), isWanted)) return false;
-  std::vector<Member*> kept;
-  kept.reserve(records.size() + 2);
+  std::vector<Member*> kept{&configMember, &countersMember};
   for (Record& record : records) {
     if (isWanted(record)) kept.push_back(&record);
-  }
-  for (Member* member : {&configMember, &countersMember}) {
-    if (member->size > 0) kept.push_back(member);
   }
   std::sort(kept.begin(), kept.end(), StandsBefore);
 
