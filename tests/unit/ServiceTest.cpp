@@ -973,9 +973,14 @@ class AServiceWithABacklog : public AServiceThatRuns {
   /// Three clients come that are not accepted before the service is stopped.
   /// @param whenItIsShut  what happens then, before they are.
   void StopWithClientsInTheBacklog(const std::function<void()>& whenItIsShut) {
+    std::once_flag first;
     std::atomic<bool> shut{false};
     const CallHook shutting(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
-      if (!shut.exchange(true)) whenItIsShut();
+      // The stop and the end of the loop both shut it; nobody is accepted before that is done.
+      std::call_once(first, [&] {
+        whenItIsShut();
+        shut = true;
+      });
       // An accept that succeeds leaves the error of an earlier call.
       errno = EAGAIN;
       return std::nullopt;
