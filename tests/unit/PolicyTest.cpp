@@ -435,5 +435,14 @@ TEST(Parsing, KeepsTheSmallDepthsThatAreInUse) {
   EXPECT_THAT(LogRecorder::Lines(), IsEmpty());
 }
 
+TEST(ALookAtTheTextOfAMember, GivesWhatStandsInTheTextOfTheWhole) {
+  const Policy policy = ParseJsonString(R"({"a":{"b":1},"c":[1, "x"],"d":null})");
+  EXPECT_EQ(policy.MemberAsString("a"), R"({"b":1})");
+  EXPECT_EQ(policy.MemberAsString("c"), R"([1,"x"])");
+  EXPECT_EQ(policy.MemberAsString("d"), "null");
+  EXPECT_EQ(policy.MemberAsString("e"), "");
+  EXPECT_EQ(Policy().MemberAsString("a"), "");
+}
+
 }  // namespace
 }  // namespace zav::test

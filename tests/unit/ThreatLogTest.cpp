@@ -168,7 +168,7 @@ TEST_F(ALog, IsRenumberedAsThoughItsRecordsHadBeenWrittenAnew) {
     SCOPED_TRACE(round);
     Begin(Parsed(
         R"({"config":{"max_index":1},"state":{"count":0},"007":{"url":"7"},"7":{"url":"u","timestamp":20},)"
-        R"("12abc":{"url":"v","threat":"t","timestamp":80}," 5":{"url":"u"},"9\n\"":{"url":"w","threat":"x"}})"));
+        R"("3":{"timestamp":4},"12abc":{"url":"v","threat":"t","timestamp":80}," 5":{"url":"u"},"9\n\"":{"url":"w","threat":"x"}})"));
     for (int record = Number(40); record > 0; --record) Add();
     ASSERT_NO_FATAL_FAILURE(Renumber());
     ASSERT_NO_FATAL_FAILURE(Check());

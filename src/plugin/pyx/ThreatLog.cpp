@@ -18,6 +18,7 @@ using policy::PolicyView;
 const char* const kUrl = "url";
 const char* const kThreat = "threat";
 const char* const kTimestamp = "timestamp";
+const std::string kNothing;
 
 /// What room is left unused after much has gone is given back, unless it is little. A summary is kept if it is.
 constexpr std::size_t kRoomToKeep = 65536;
@@ -88,8 +89,7 @@ ThreatLog::ThreatLog(const Policy& storage) {
 }
 
 const std::string& ThreatLog::Text() const {
-  static const std::string nothing;
-  return text.size() > kEnd.size() ? text : nothing;
+  return text.size() > kEnd.size() ? text : kNothing;
 }
 
 Policy ThreatLog::Summary() const {
