@@ -9,7 +9,7 @@
  *  - a client that comes alone is answered: it is not refused, nor cut off before its time;
  *  - a request that is here whole when a stop comes is answered, too;
  *  - no thread is started while the last one is not joined, and none is left when `Stop` has returned;
- *  - no time-out runs while no connection is open.
+ *  - a client whose time is up does not keep another one from being answered.
  *
  * Each guard of the code stands between #ifndef and #endif, and check.sh takes them out one by one.
  *
@@ -18,14 +18,14 @@
  * notifications that follow them: who is woken looks again, however late.
  *
  * Time: the 30 s of a client may be over at any look, but not while a stop waits; its half second may. The short waits,
- * kIdleWait and kStopLook, end by time only where that matters: while the connection is open, or its time is up, or
- * after an accept that failed, but not while a stop waits. So a wait that nobody but its time-out would end is a
- * deadlock here, and what the service itself does between closing a connection and releasing the token is taken to be
- * shorter than kIdleWait.
+ * kIdleWait and kStopLook, end by time only where that matters: while the connection is open and was not cut off, or its
+ * time is up, or after an accept that failed, but not while a stop waits. So a wait that nobody but its time-out would
+ * end is a deadlock here, and what the service itself does between closing a connection and releasing the token, and
+ * between the cut and the end of a connection, is taken to be shorter than kIdleWait.
  *
- * Left out: the bytes (a request has come whole or not at all), and a run directory that cannot be made, after which
- * nothing is started again. One thing fails, once: the start of a thread, the listener, an accept, or the removal of the
- * socket's file. */
+ * Left out: the bytes (a request has come whole or not at all), and with them a transfer that fails for its own time-out;
+ * a run directory that cannot be made, after which nothing is started again. One thing fails, once: the start of a
+ * thread, the listener, an accept, or the removal of the socket's file. */
 
 #ifndef ROUNDS
 #define ROUNDS 2
@@ -51,8 +51,6 @@ mtype:runs runFlag = kIdle;
 byte servedFd = 0;
 mtype:phases phase = kNone;
 bool stopping = false;
-bool watched = false;
-bool wakeUp = false;
 bool shortDeadline = false;
 bool cut = false;
 
@@ -78,6 +76,9 @@ End client[2];
 bool answered = false;
 /* Whether the honest one may be left without an answer: not alone, too late, refused by a stop, for want of a thread. */
 bool excused = false;
+/* Whether the time of the hostile one was up when the honest one came. */
+bool late = false;
+bool honestWasHere = false;
 
 /* PYXManager, and the threads */
 bool managerRuns = false;
@@ -85,11 +86,8 @@ bool threadJoinable = false;
 bool threadEnded = false;
 bool connectionJoinable = false;
 bool connectionEnded = false;
-/* Whether the accept loop waits for a client with a time-out. */
-bool waitsWithTimeOut = false;
 bool stopAsked = false;
 bool hostDone = false;
-byte visitors = 2;
 chan startThread = [0] of { bit };
 chan startConnection = [0] of { byte };
 
@@ -237,14 +235,7 @@ inline leave() {
     phase = kNone;
     servedFd = 0;
     shortDeadline = false;
-    cut = false;
-    if
-#ifndef NO_WAKE_UP
-    :: watched -> wakeUp = true
-#endif
-    :: else
-    fi;
-    watched = false
+    cut = false
   }
 }
 
@@ -261,17 +252,6 @@ inline ServedConnection_stop() {
     :: else
     fi
   }
-}
-
-inline watch() {
-#ifdef NO_WATCH
-  watched = false;
-#elif defined(NO_WATCH_WHILE_WORKING)
-  watched = (phase != kNone && phase != kWorking);
-#else
-  watched = (phase != kNone);
-#endif
-  waitsWithTimeOut = watched
 }
 
 /* The time of the client may be up, and that was not acted upon. */
@@ -461,40 +441,49 @@ inline wait_until(condition, timeOut) {
   od
 }
 
-#ifndef ENTER_IN_THREAD
-#define connectionIsOpen (connectionJoinable && phase != kNone)
-#else
-#define connectionIsOpen (connectionJoinable && !connectionEnded)
-#endif
+#define connectionIsOpen (connectionJoinable && phase != kNone && !cut)
 
-inline sleep() {
+inline sleep(timeOut) {
   if
   :: !serviceBusy
-  :: else -> wait_until(!serviceBusy || !running, connectionIsOpen)
+  :: else -> wait_until(!serviceBusy || !running, timeOut)
   fi
 }
 
 inline pause() { wait_until(!running, !stopAsked) }
 
-/* With the accept of who waits. Sets `accepted`. */
-inline clientWaits() {
+/* Readable: somebody waits, or it is shut. */
+inline clientWaits() { nempty(backlog) || listener == shut }
+
+/* Whether the time of who is being served has to be taken to be up by now. */
+#define timeIsUp (timeMayBeUp && late && servedFd == hostile)
+
+inline lookAtTime() {
+#ifndef CUT_WITHOUT_MUTEX
   atomic {
     if
+#ifndef NO_CUT_FOR_ANOTHER
     :: timeMayBeUp -> cutOverdue()
-    :: skip
-    fi;
-    watch()
-  };
-  if
-  :: atomic { backlog ? c -> client[c].open = true; waitsWithTimeOut = false; accepted = true }
-  :: atomic { listener == shut && empty(backlog) -> waitsWithTimeOut = false }; pause()
-  :: atomic { nempty(backlog) && mayFail -> mayFail = false; waitsWithTimeOut = false }; pause()
-  :: atomic { wakeUp -> waitsWithTimeOut = false;
-#ifndef NO_CLEAR
-      wakeUp = false
+    :: !timeIsUp
+#else
+    :: true
 #endif
-    }
-  :: atomic { waitsWithTimeOut && timeMayBeUp -> waitsWithTimeOut = false; cutNow() }
+    fi
+  }
+#else
+  if
+  :: timeMayBeUp -> cutOverdue()
+  :: !timeIsUp
+  fi
+#endif
+}
+
+/* Sets `accepted`. */
+inline accept() {
+  if
+  :: atomic { backlog ? c -> client[c].open = true; accepted = true }
+  :: atomic { listener == shut && empty(backlog) }; pause()
+  :: atomic { nempty(backlog) && mayFail -> mayFail = false }; pause()
   fi
 }
 
@@ -528,9 +517,6 @@ inline handOver() {
 #ifndef NO_JOIN_BEFORE_START
   joinConnection();
 #endif
-#ifndef ENTER_IN_THREAD
-  enter(c);
-#endif
   if
   :: atomic {
       assert(!connectionJoinable);
@@ -540,9 +526,6 @@ inline handOver() {
       startConnection ! c
     }
   :: atomic { mayFail -> mayFail = false; excused = true };
-#ifndef NO_LEAVE_AFTER_FAILED_START
-    leave();
-#endif
 #ifndef NO_RELEASE_AFTER_FAILED_START
     ReleaseService(acceptLoop);
 #endif
@@ -562,14 +545,17 @@ inline joinConnection() {
 inline refuse() { atomic { shutBoth(c); closeClient(c) } }
 
 inline onePass() {
-#ifndef NO_FIRST_SLEEP
-  sleep();
-#endif
   clientWaits();
+  lookAtTime();
+#ifndef NO_FIRST_SLEEP
+  /* Counted from the beginning of the pass: its time may be up however short the connection is open. */
+  sleep(!stopAsked);
+#endif
+  accept();
   if
   :: accepted ->
 #ifndef NO_SECOND_SLEEP
-    sleep();
+    sleep(connectionIsOpen);
 #endif
     takeToken();
     if
@@ -617,9 +603,7 @@ active proctype serve() {
 end:
   do
   :: startConnection ? c ->
-#ifdef ENTER_IN_THREAD
     enter(c);
-#endif
     /* handle: a request, or an end before it was whole */
     if
     :: atomic { client[c].sent -> requestReceived() };
@@ -722,7 +706,7 @@ inline Stop() {
   fi
 }
 
-/* The daemon's thread: on and off, at any moment, or once the service listens, or once it has served all who come. */
+/* The daemon's thread: on and off, at any moment, or once the service listens, or once the honest one was there. */
 active proctype Host() {
   byte round = 0;
   bool taken;
@@ -733,7 +717,7 @@ active proctype Host() {
   :: round < ROUNDS ->
     Start();
     if
-    :: true -> Start(); visitors == 0
+    :: true -> Start(); honestWasHere
     :: true -> Start(); listener == listening
     :: true
     fi;
@@ -755,15 +739,22 @@ inline forget(id) {
   client[id].gone = false;
   client[id].receivingShut = false;
   client[id].replyShut = false;
-  client[id].ended = false;
-  visitors--
+  client[id].ended = false
 }
+
+/* The service waits for the hostile one, and nothing of it will come. */
+#define isWaitedForInVain \
+  (servedFd == hostile && ((phase == kReceiving && !client[hostile].sent) || phase == kReplying))
 
 active proctype HonestClient() {
   if
   :: atomic {
       connect(honest);
-      excused = stopAsked || (client[hostile].connected && !client[hostile].ended)
+      if
+      :: isWaitedForInVain -> late = true
+      :: true
+      fi;
+      excused = stopAsked || (client[hostile].connected && !client[hostile].ended && !late)
     }
     atomic {
       if
@@ -771,7 +762,14 @@ active proctype HonestClient() {
       :: else
       fi
     }
-    atomic { client[honest].ended -> assert(answered || excused); answered = false; excused = false; forget(honest) }
+    atomic {
+      client[honest].ended -> assert(answered || excused);
+      answered = false;
+      excused = false;
+      late = false;
+      honestWasHere = true;
+      forget(honest)
+    }
   :: hostDone
   fi
 }
@@ -789,9 +787,4 @@ active proctype HostileClient() {
     atomic { client[hostile].ended -> forget(hostile) }
   :: hostDone
   fi
-}
-
-active proctype AtRest() {
-end:
-  atomic { waitsWithTimeOut && phase == kNone && !wakeUp -> assert(false) }
 }

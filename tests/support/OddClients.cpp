@@ -89,9 +89,11 @@ bool HasRecords(const RawClient& client) {
 bool GetStuck(RawClient& client, Stuck how, const std::set<int>& threads) {
   switch (how) {
     case Stuck::kSilent:
+      // Its thread waits for it.
       return WaitUntil([&] {
-        const std::set<int> now = ThreadIds();
-        return !std::includes(threads.begin(), threads.end(), now.begin(), now.end());
+        std::set<int> now = ThreadIds();
+        std::erase_if(now, [&](int thread) { return threads.contains(thread); });
+        return !now.empty() && std::all_of(now.begin(), now.end(), IsAsleep);
       });
     case Stuck::kInTheMiddleOfAString:
       return client.SendHeader(Method::kLogThreatUrl) && client.SendInt(1000) && client.Send("half", 4) &&

@@ -58,6 +58,10 @@ bool IsAsleep(int thread) {
   return StatusOf(thread, "State:").starts_with("\tS");
 }
 
+long SleepsOf(int thread) {
+  return std::stol(StatusOf(thread, "voluntary_ctxt_switches:"));
+}
+
 std::set<int> Descriptors() {
   std::set<int> open = Numbers("/proc/self/fd");
   // The one that the listing itself had.

@@ -16,6 +16,8 @@ std::uint64_t BlockedSignals(int thread);
 
 /// Whether a thread waits for something.
 bool IsAsleep(int thread);
+/// How often a thread has gone to sleep by now.
+long SleepsOf(int thread);
 
 /// The descriptors that are open.
 std::set<int> Descriptors();

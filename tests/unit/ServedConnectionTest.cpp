@@ -1,10 +1,11 @@
 #include "ipc/service/ServedConnection.h"
 
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 
 #include "support/LogRecorder.h"
 #include "support/WaitUntil.h"
@@ -13,8 +14,18 @@ namespace zav::test {
 namespace {
 
 using ipc::ServedConnection;
+using Clock = ServedConnection::Clock;
 using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 using std::chrono::seconds;
+
+constexpr auto kTheEndOfTime = Clock::time_point::max();
+
+void AwaitTheNextInstant() {
+  const auto now = Clock::now();
+  while (Clock::now() == now) {
+  }
+}
 
 /// A connection and, in place of the service's threads, both of its ends.
 class AServedConnection : public testing::Test {
@@ -37,40 +48,81 @@ class AServedConnection : public testing::Test {
   }
   bool ServiceCanSend() { return send(service, "r", 1, MSG_NOSIGNAL) == 1; }
   bool ServiceWaits() { return ServiceReads() == -1 && errno == EAGAIN; }
-  bool IsAwake() {
-    pollfd readable{connection.wakeUp().descriptor(), POLLIN, 0};
-    return poll(&readable, 1, 0) == 1;
+  bool ServiceIsShut() { return send(service, "r", 1, MSG_NOSIGNAL) == -1 && errno == EPIPE; }
+
+  /// How long the service's end waits for a transfer, in seconds; 0 is without an end.
+  time_t LongestWait(int option) {
+    timeval longest{-1, -1};
+    socklen_t size = sizeof(longest);
+    EXPECT_EQ(getsockopt(service, SOL_SOCKET, option, &longest, &size), 0);
+    EXPECT_EQ(longest.tv_usec, 0);
+    return longest.tv_sec;
   }
+
+  void StartReply() {
+    connection.enter(service);
+    connection.requestReceived();
+    connection.replyStarts(kReply);
+  }
+
+  static constexpr size_t kReply = 4;
 
   int service = -1;
   int client = -1;
   ServedConnection connection;
 };
 
-TEST_F(AServedConnection, NeedsNoLookWhileThereIsNone) {
-  EXPECT_EQ(connection.watch(), std::nullopt);
-  connection.enter(service);
-  connection.leave();
-  EXPECT_EQ(connection.watch(), std::nullopt);
-}
-
 // A clock that is set must move no deadline.
-static_assert(ServedConnection::Clock::is_steady);
+static_assert(Clock::is_steady);
 
 TEST_F(AServedConnection, HasThirtySecondsForItsRequest) {
+  const auto before = Clock::now();
   connection.enter(service);
-  auto left = connection.watch();
-  ASSERT_TRUE(left);
-  EXPECT_LE(*left, seconds(30));
-  EXPECT_GT(*left, seconds(10));
-  EXPECT_LT(*connection.watch(), *left);
+  const auto after = Clock::now();
+  connection.cutOverdue(before + seconds(30) - nanoseconds(1));
+  EXPECT_TRUE(ServiceWaits());
+  connection.cutOverdue(after + seconds(30));
+  EXPECT_EQ(ServiceReads(), 0);
+  EXPECT_TRUE(ServiceCanSend());
 }
 
-TEST_F(AServedConnection, IsNotCutOffBeforeItsTimeIsUp) {
+TEST_F(AServedConnection, KeepsWhatItSentBeforeItsTimeWasUp) {
   connection.enter(service);
-  connection.cutOverdue();
-  EXPECT_TRUE(ServiceWaits());
-  EXPECT_TRUE(ServiceCanSend());
+  ASSERT_EQ(send(client, "whole", 5, 0), 5);
+  connection.cutOverdue(kTheEndOfTime);
+  EXPECT_EQ(ServiceReads(), 5);
+  EXPECT_EQ(ServiceReads(), 0);
+}
+
+TEST_F(AServedConnection, HoldsMemoryForATextNoLongerThanThirtySecondsOfSilence) {
+  connection.enter(service);
+  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 0);
+  connection.textFollows();
+  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 30);
+  EXPECT_EQ(LongestWait(SO_SNDTIMEO), 0);
+}
+
+/// Whether a part of a reply may have to wait for the client, and so has a limit.
+struct PartOfAReply {
+  size_t size;
+  time_t limit;
+};
+
+void PrintTo(const PartOfAReply& part, std::ostream* out) {
+  *out << part.size << " bytes";
+}
+
+class APartOfAReply : public AServedConnection, public testing::WithParamInterface<PartOfAReply> {};
+INSTANTIATE_TEST_SUITE_P(OfBytes, APartOfAReply,
+                         testing::Values(PartOfAReply{4, 0}, PartOfAReply{1024, 0}, PartOfAReply{1025, 30},
+                                         PartOfAReply{16'777'216, 30}),
+                         [](const auto& each) { return std::to_string(each.param.size); });
+
+TEST_P(APartOfAReply, HoldsMemoryForAClientThatTakesNothingNoLongerThanThirtySeconds) {
+  StartReply();
+  connection.replyStarts(GetParam().size);
+  EXPECT_EQ(LongestWait(SO_SNDTIMEO), GetParam().limit);
+  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 0);
 }
 
 TEST_F(AServedConnection, IsCutOffByAStopWhileItsRequestIsWaitedFor) {
@@ -93,19 +145,41 @@ TEST_F(AServedConnection, KeepsWhatItSentBeforeAStopAndGetsItsAnswer) {
   EXPECT_TRUE(ServiceCanSend());
 }
 
-TEST_F(AServedConnection, NeedsNoLookForThirtySecondsWhileTheServiceWorks) {
-  connection.enter(service);
-  connection.requestReceived();
-  EXPECT_EQ(connection.watch(), seconds(30));
-}
+/// Whether a stop came before.
+class AServiceAtWork : public AServedConnection, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(Stop, AServiceAtWork, testing::Bool(),
+                         [](const auto& each) { return each.param ? "Asked" : "NotAsked"; });
 
-TEST_F(AServedConnection, IsNotCutOffByAStopWhileTheServiceWorks) {
+TEST_P(AServiceAtWork, MayTakeAsLongAsItTakes) {
   connection.enter(service);
   connection.requestReceived();
-  connection.stop();
-  connection.cutOverdue();
+  if (GetParam()) connection.stop();
+  connection.cutOverdue(kTheEndOfTime);
   EXPECT_TRUE(ServiceWaits());
   EXPECT_TRUE(ServiceCanSend());
+}
+
+TEST_F(AServedConnection, HasThirtySecondsForItsReplyHoweverLongItsRequestTook) {
+  connection.enter(service);
+  AwaitTheNextInstant();
+  connection.requestReceived();
+  const auto before = Clock::now();
+  connection.replyStarts(kReply);
+  const auto after = Clock::now();
+  connection.cutOverdue(before + seconds(30) - nanoseconds(1));
+  EXPECT_TRUE(ServiceCanSend());
+  connection.cutOverdue(after + seconds(30));
+  EXPECT_TRUE(ServiceIsShut());
+  EXPECT_EQ(ServiceReads(), 0);
+}
+
+TEST_F(AServedConnection, HasTheTimeOfItsReplyOnceHoweverManyPartsItHas) {
+  StartReply();
+  const auto after = Clock::now();
+  AwaitTheNextInstant();
+  connection.replyStarts(kReply);
+  connection.cutOverdue(after + seconds(30));
+  EXPECT_TRUE(ServiceIsShut());
 }
 
 /// Whether the reply was under way when the stop came.
@@ -113,64 +187,30 @@ class AReplyThatIsNotTaken : public AServedConnection, public testing::WithParam
 INSTANTIATE_TEST_SUITE_P(Stop, AReplyThatIsNotTaken, testing::Bool(),
                          [](const auto& each) { return each.param ? "AfterItBegan" : "BeforeItBegan"; });
 
-TEST_P(AReplyThatIsNotTaken, IsCutOffWithinTheSecondOfAStop) {
+TEST_P(AReplyThatIsNotTaken, IsCutOffHalfASecondAfterBothAStopAndItHaveCome) {
   connection.enter(service);
   connection.requestReceived();
-  if (GetParam()) connection.replyStarts();
-  connection.stop();
-  if (!GetParam()) connection.replyStarts();
-  EXPECT_LT(*connection.watch(), seconds(1));
+  const std::function<void()> reply = [this] { connection.replyStarts(kReply); };
+  const std::function<void()> stop = [this] { connection.stop(); };
+  (GetParam() ? reply : stop)();
+  AwaitTheNextInstant();
+  const auto before = Clock::now();
+  (GetParam() ? stop : reply)();
+  const auto after = Clock::now();
+  connection.cutOverdue(before + milliseconds(500) - nanoseconds(1));
   EXPECT_TRUE(ServiceCanSend());
-  EXPECT_TRUE(WaitUntil([&] {
-    connection.cutOverdue();
-    return send(service, "r", 1, MSG_NOSIGNAL) == -1 && errno == EPIPE;
-  }));
+  connection.cutOverdue(after + milliseconds(500));
+  EXPECT_TRUE(ServiceIsShut());
 }
 
-TEST_P(AReplyThatIsNotTaken, HasHalfASecondFromWhenBothAStopAndItHaveCome) {
-  connection.enter(service);
-  connection.requestReceived();
-  if (GetParam()) {
-    connection.replyStarts();
-  } else {
-    connection.stop();
-  }
-  const auto before = ServedConnection::Clock::now();
-  if (GetParam()) {
-    connection.stop();
-  } else {
-    connection.replyStarts();
-  }
-  const auto left = *connection.watch();
-  EXPECT_LE(left, milliseconds(500));
-  EXPECT_GE(ServedConnection::Clock::now() + left, before + milliseconds(500));
-}
-
-TEST_F(AServedConnection, HasTheTimeOfItsReplyOnceHoweverManyPartsItHas) {
-  connection.enter(service);
-  connection.requestReceived();
-  connection.replyStarts();
-  const auto left = connection.watch();
-  ASSERT_TRUE(left);
-  connection.replyStarts();
-  EXPECT_LT(*connection.watch(), *left);
-}
-
-TEST_F(AServedConnection, HasThirtySecondsForItsReplyHoweverLongItsRequestTook) {
-  connection.enter(service);
-  ASSERT_TRUE(WaitUntil([&] { return *connection.watch() < seconds(30) - milliseconds(50); }));
-  connection.requestReceived();
-  const auto before = ServedConnection::Clock::now();
-  connection.replyStarts();
-  const auto left = *connection.watch();
-  EXPECT_GE(ServedConnection::Clock::now() + left, before + seconds(30));
-}
-
-TEST_F(AServedConnection, IsWaitedForAgainAfterAStopWasTakenBack) {
+TEST_F(AServedConnection, IsGivenNoMoreTimeByAStopThanItHad) {
+  StartReply();
   connection.stop();
-  connection.resume();
-  connection.enter(service);
-  EXPECT_TRUE(ServiceWaits());
+  const auto after = Clock::now();
+  AwaitTheNextInstant();
+  connection.stop();
+  connection.cutOverdue(after + milliseconds(500));
+  EXPECT_TRUE(ServiceIsShut());
 }
 
 TEST_F(AServedConnection, IsNeverShutAfterItsEnd) {
@@ -178,26 +218,16 @@ TEST_F(AServedConnection, IsNeverShutAfterItsEnd) {
   connection.enter(service);
   connection.leave();
   connection.stop();
-  connection.cutOverdue();
+  connection.cutOverdue(kTheEndOfTime);
   EXPECT_TRUE(ServiceWaits());
   EXPECT_TRUE(ServiceCanSend());
 }
 
-TEST_F(AServedConnection, WakesWhoWaitsWithATimeOutAtItsEnd) {
+TEST_F(AServedConnection, IsWaitedForAgainAfterAStopWasTakenBack) {
+  connection.stop();
+  connection.resume();
   connection.enter(service);
-  ASSERT_TRUE(connection.watch());
-  EXPECT_FALSE(IsAwake());
-  connection.leave();
-  EXPECT_TRUE(IsAwake());
-}
-
-TEST_F(AServedConnection, WakesNobodyWhoDoesNotWaitForIt) {
-  EXPECT_EQ(connection.watch(), std::nullopt);
-  connection.enter(service);
-  connection.leave();
-  EXPECT_FALSE(IsAwake());
-  connection.leave();
-  EXPECT_FALSE(IsAwake());
+  EXPECT_TRUE(ServiceWaits());
 }
 
 }  // namespace

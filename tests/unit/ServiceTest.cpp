@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -182,6 +183,17 @@ ipc::ServedConnection& ConnectionOf(Service& service) {
   return service.*ConnectionMember();
 }
 
+/// Whether a client whose time is long up is cut off: it is being waited for.
+bool IsCutAtTheEndOfTime(Service& service) {
+  std::atomic<bool> cut{false};
+  const CallHook hook(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
+    cut = true;
+    return std::nullopt;
+  });
+  ConnectionOf(service).cutOverdue(steady_clock::time_point::max());
+  return cut;
+}
+
 class AServiceWithoutItsRunDirectory : public AService {
  protected:
   AServiceWithoutItsRunDirectory() { rmdir(kRunDirectory.c_str()); }
@@ -271,17 +283,6 @@ TEST_F(AServiceThatRuns, IsShutByAStopOnlyWithTheTokenInItsHand) {
   stopping.get();
   runner.join();
   EXPECT_TRUE(TokenIsFree());
-}
-
-TEST_F(AService, ServesWithoutADescriptorToBeWokenBy) {
-  service.reset();
-  {
-    const DescriptorLimit none(0);
-    service = std::make_unique<Service>();
-  }
-  Start();
-  EXPECT_TRUE(IsAnswered());
-  EXPECT_TRUE(IsAnswered());
 }
 
 TEST_F(AServiceThatRuns, RemovesItsSocketFileAtItsEnd) {
@@ -475,16 +476,14 @@ TEST(ADirectlyServedConnection, IsNotToBeShutAnyMoreWhenItsDescriptorIsGivenBack
   int ends[2] = {-1, -1};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   ASSERT_EQ(send(ends[1], "end", 3, 0), 3);
-  ipc::ServedConnection& connection = ConnectionOf(service);
-  connection.enter(ends[0]);
   // The first look at the descriptor is for receiving, the last one for closing it.
-  std::vector<bool> watched;
+  std::vector<bool> cut;
   const CallHook hook(Call::kFcntl, [&](const CallArguments&) -> std::optional<long> {
-    watched.push_back(connection.watch().has_value());
+    cut.push_back(IsCutAtTheEndOfTime(service));
     return std::nullopt;
   });
   service.serve(ends[0]);
-  EXPECT_THAT(watched, ElementsAre(true, false));
+  EXPECT_THAT(cut, ElementsAre(true, false));
   close(ends[1]);
 }
 
@@ -659,7 +658,7 @@ TEST_F(AServiceThatRuns, LooksAfterNoClientWhoseThreadCouldNotBeStarted) {
     EXPECT_TRUE(client.EndsWithoutAnswer());
     EXPECT_TRUE(WaitUntil([] { return TokenIsFree() && !serviceBusy; }));
   }
-  EXPECT_EQ(ConnectionOf(*service).watch(), std::nullopt);
+  EXPECT_FALSE(IsCutAtTheEndOfTime(*service));
 }
 
 class AWantOf : public AServiceThatRuns, public testing::WithParamInterface<int> {};
@@ -710,7 +709,7 @@ TEST_F(AService, WaitsAHundredMillisecondsWhenItsWaitFails) {
   EXPECT_EQ(UnknownCases(), 0);
 }
 
-TEST_F(AService, SaysNothingOfAWaitWhoseTimeIsUp) {
+TEST_F(AService, SaysNothingOfAWaitThatFoundNothing) {
   std::atomic<int> waits{0};
   const CallHook hook(Call::kSelect, [&](const CallArguments&) -> std::optional<long> {
     return ++waits <= 3 ? std::optional<long>(0) : std::nullopt;
@@ -858,31 +857,23 @@ TEST_F(AServiceThatRuns, ServesAClientOfDescriptor1) {
 
 // Many descriptors
 
-TEST_F(AService, HasATimerAbove1023TooAsLongAsAConnectionIsOpen) {
+TEST_F(AService, HasNoTimerAbove1023Either) {
   ASSERT_TRUE(OccupyDescriptorsBelow(1024));
-  std::atomic<bool> timed{false};
   std::atomic<int> waits{0};
-  // The service's wait is the one for two descriptors.
+  std::atomic<int> timed{0};
+  // The test's own waits are for one descriptor, too, but have a time-out.
   const CallHook hook(Call::kPoll, [&](const CallArguments& call) -> std::optional<long> {
-    if (call.size != 2) return std::nullopt;
-    timed = call.time.has_value();
-    ++waits;
-    return std::nullopt;
-  });
-  std::atomic<int> accepts{0};
-  const CallHook accepting(Call::kAccept4, [&](const CallArguments&) -> std::optional<long> {
-    ++accepts;
+    ++(call.time ? timed : waits);
     return std::nullopt;
   });
   Start();
-  EXPECT_TRUE(WaitUntil([&] { return waits > 0; }));
-  EXPECT_FALSE(timed);
-  auto client = MakeStuckClient(Stuck::kSilent);
-  EXPECT_TRUE(WaitUntil([&] { return timed.load(); }));
-  client->Close();
-  EXPECT_TRUE(WaitUntil([&] { return !timed; }));
-  EXPECT_EQ(accepts, 1) << "a wake-up is no client";
+  EXPECT_TRUE(IsAnswered());
+  EXPECT_TRUE(WaitUntil([&] { return waits == 2; }));
+  const int before = timed;
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_TRUE(WaitUntil([&] { return waits == 3; }));
   Stop();
+  EXPECT_EQ(timed, before);
   EXPECT_EQ(UnknownCases(), 0);
 }
 
@@ -919,19 +910,6 @@ TEST_F(AServiceOfManyDescriptors, ServesWhenOnlyItsListenerIsAbove1023) {
   ASSERT_TRUE(OccupyDescriptorsBelow(1023));
   Start();
   EXPECT_EQ(LogRecorder::Count("listening socket : 1024"), 1);
-  EXPECT_TRUE(IsAnswered());
-  EXPECT_TRUE(IsAnswered());
-  EXPECT_EQ(selects, 0);
-}
-
-TEST_F(AServiceOfManyDescriptors, ServesWhenOnlyItsWakeUpIsAbove1023) {
-  service.reset();
-  const int low = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  ASSERT_TRUE(OccupyDescriptorsBelow(1024));
-  service = std::make_unique<Service>();
-  close(low);
-  Start();
-  EXPECT_EQ(LogRecorder::Count("listening socket : " + std::to_string(low)), 1);
   EXPECT_TRUE(IsAnswered());
   EXPECT_TRUE(IsAnswered());
   EXPECT_EQ(selects, 0);
@@ -1053,35 +1031,51 @@ TEST_F(AServiceThatRuns, BlocksTheHostsSignalsInItsThreads) {
 
 // Time
 
-TEST_F(AServiceThatRuns, CutsOffASilentClientAfterThirtySeconds) {
-  const auto begin = steady_clock::now();
-  const auto client = MakeStuckClient(Stuck::kSilent);
-  EXPECT_TRUE(client->EndsWithoutAnswer(seconds(60)));
-  const auto taken = steady_clock::now() - begin;
-  EXPECT_GE(taken, seconds(30));
-  EXPECT_LT(taken, seconds(35));
-  EXPECT_TRUE(IsAnswered());
-}
+/// A client that keeps the service waiting, while another one tries to be served.
+class AClientThatStays : public AService, public testing::WithParamInterface<Stuck> {};
+INSTANTIATE_TEST_SUITE_P(All, AClientThatStays,
+                         testing::Values(Stuck::kSilent, Stuck::kInTheMiddleOfAString, Stuck::kNotReadingItsReply),
+                         [](const auto& each) {
+                           switch (each.param) {
+                             case Stuck::kSilent:
+                               return "Silent";
+                             case Stuck::kInTheMiddleOfAString:
+                               return "SendingAByteNowAndThen";
+                             default:
+                               return "NotReadingItsReply";
+                           }
+                         });
 
-TEST_F(AServiceThatRuns, CutsOffAClientThatSendsAByteNowAndThenAfterThirtySeconds) {
-  const auto begin = steady_clock::now();
-  const auto client = MakeStuckClient(Stuck::kInTheMiddleOfAString);
-  // Something to read, an answer or the end, comes when it is cut off.
-  pollfd readable{client->descriptor(), POLLIN, 0};
-  while (poll(&readable, 1, 500) == 0 && steady_clock::now() - begin < seconds(60)) client->Send("x", 1);
-  const auto taken = steady_clock::now() - begin;
-  EXPECT_GE(taken, seconds(30));
-  EXPECT_LT(taken, seconds(35));
-  EXPECT_TRUE(WaitUntil(IsAnswered));
-}
-
-TEST_F(AService, CutsOffAClientThatDoesNotTakeItsReplyAfterThirtySeconds) {
+TEST_P(AClientThatStays, IsCutOffForAnotherAfterThirtySeconds) {
   StoreHugeLog();
   Start();
   const auto begin = steady_clock::now();
-  const auto client = MakeStuckClient(Stuck::kNotReadingItsReply);
+  const auto client = MakeStuckClient(GetParam());
+  const auto anotherIsServed = [&] {
+    if (GetParam() == Stuck::kInTheMiddleOfAString) client->Send("x", 1);
+    return IsAnsweredAtOnce();
+  };
+  EXPECT_TRUE(WaitUntil(anotherIsServed, seconds(60)));
+  const auto taken = steady_clock::now() - begin;
+  EXPECT_GE(taken, seconds(30));
+  EXPECT_LT(taken, seconds(35));
   pollfd ended{client->descriptor(), POLLRDHUP, 0};
-  EXPECT_EQ(poll(&ended, 1, 60'000), 1);
+  EXPECT_EQ(poll(&ended, 1, 10'000), 1);
+}
+
+TEST_F(AServiceThatRuns, KeepsALoneClientThatIsSilent) {
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_FALSE(client->EndsWithoutAnswer(seconds(32)));
+  ASSERT_TRUE(client->SendHeader(Method::kGetPyxState));
+  EXPECT_TRUE(client->Receive(ipc::StatePackage::kSize));
+}
+
+TEST_F(AServiceThatRuns, HoldsThePartOfATextNoLongerThanThirtySecondsOfSilence) {
+  const auto begin = steady_clock::now();
+  const auto client = MakeStuckClient(Stuck::kInTheMiddleOfAString);
+  pollfd readable{client->descriptor(), POLLIN, 0};
+  ASSERT_EQ(poll(&readable, 1, 60'000), 1);
+  EXPECT_EQ(client->ReceiveInt(), -2);
   const auto taken = steady_clock::now() - begin;
   EXPECT_GE(taken, seconds(30));
   EXPECT_LT(taken, seconds(35));
@@ -1115,8 +1109,7 @@ TEST_P(AWholeRequest, HasNoDeadlineWhileTheServiceWorksOnIt) {
   RawClient client;
   std::unique_lock busy(state.Mutex());
   ASSERT_TRUE(SendTo(client));
-  // What is left of a deadline is less.
-  EXPECT_TRUE(WaitUntil([this] { return ConnectionOf(*service).watch() == seconds(30); }));
+  EXPECT_TRUE(WaitUntil([this] { return !IsCutAtTheEndOfTime(*service); }));
   busy.unlock();
   EXPECT_TRUE(client.IsAnswered());
 }
@@ -1134,73 +1127,41 @@ TEST_F(AService, IsNotHeldUpByAClientThatDoesNotTakeTheStatus) {
   client.Close();
 }
 
-TEST_F(AServiceThatRuns, DoesNotCountItsOwnTimeAgainstAClient) {
-  State& state = State::Instance();
-  RawClient client;
-  std::unique_lock busy(state.Mutex());
-  std::atomic<int> cuts{0};
-  const CallHook hook(Call::kShutdown, [&](const CallArguments&) -> std::optional<long> {
-    ++cuts;
-    return std::nullopt;
-  });
-  ASSERT_TRUE(client.SendHeader(Method::kLogThreatUrl) && client.SendString("url") && client.SendString("threat"));
-  EXPECT_FALSE(client.EndsWithoutAnswer(seconds(31)));
-  EXPECT_EQ(cuts, 0);
-  busy.unlock();
-  EXPECT_EQ(client.ReceiveInt(), 0);
-}
-
 /// Looks at how the accept loop waits.
 class AWaitingService : public AService {
  protected:
   std::atomic<int> waits{0};
-  std::atomic<bool> timed{false};
+  std::atomic<int> timed{0};
   CallHook hook{Call::kSelect, [this](const CallArguments& call) -> std::optional<long> {
-                  timed = call.time.has_value();
-                  ++waits;
+                  ++(call.time ? timed : waits);
                   return std::nullopt;
                 }};
-  /// Whether the loop waits for clients alone, and does so in peace.
-  bool Rests() {
-    if (!WaitUntil([this] { return waits > 0 && !timed; })) return false;
-    const int before = waits;
-    return !WaitUntil([&] { return waits > before; }, milliseconds(300));
-  }
 };
 
-TEST_F(AWaitingService, HasNoTimerBeforeItsFirstClient) {
+TEST_F(AWaitingService, HasNoTimer) {
   Start();
-  EXPECT_TRUE(Rests());
-  Stop();
-}
-
-TEST_F(AWaitingService, LooksAgainAfterThirtySecondsWhileItWorksForAClient) {
-  std::atomic<bool> thirty{false};
-  const CallHook look(Call::kSelect, [&](const CallArguments& call) -> std::optional<long> {
-    if (call.time == seconds(30)) thirty = true;
-    return std::nullopt;
-  });
-  Start();
-  std::unique_lock busy(State::Instance().Mutex());
-  RawClient client;
-  ASSERT_TRUE(client.SendHeader(Method::kGetPyxState));
-  ASSERT_TRUE(WaitUntil([this] { return ConnectionOf(*service).watch() == seconds(30); }));
-  // One that is refused ends the wait that began before the request was there.
-  RawClient another;
-  EXPECT_TRUE(another.EndsWithoutAnswer());
-  EXPECT_TRUE(WaitUntil([&] { return thirty.load(); }));
-  busy.unlock();
-  Stop();
-}
-
-TEST_F(AWaitingService, HasATimerOnlyAsLongAsAConnectionIsOpen) {
-  Start();
+  EXPECT_TRUE(WaitUntil([this] { return waits == 1; }));
   ASSERT_TRUE(IsAnswered());
-  auto client = MakeStuckClient(Stuck::kSilent);
-  EXPECT_TRUE(WaitUntil([this] { return timed.load(); }));
-  client->Close();
-  EXPECT_TRUE(Rests());
+  EXPECT_TRUE(WaitUntil([this] { return waits == 2; }));
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  EXPECT_TRUE(WaitUntil([this] { return waits == 3; }));
   Stop();
+  EXPECT_EQ(timed, 0);
+}
+
+TEST_F(AWaitingService, IsNotWokenByTheEndOfAConnectionThatNobodyWaitsFor) {
+  Start();
+  ASSERT_TRUE(WaitUntil([this] { return waits == 1 && OwnThreadsAreAsleep(1); }));
+  const auto own = ThreadIds();
+  std::vector<int> loop;
+  std::set_difference(own.begin(), own.end(), others.begin(), others.end(), std::back_inserter(loop));
+  ASSERT_EQ(loop.size(), 1U);
+  const auto client = MakeStuckClient(Stuck::kSilent);
+  ASSERT_TRUE(WaitUntil([this] { return waits == 2 && OwnThreadsAreAsleep(2); }));
+  const auto before = SleepsOf(loop[0]);
+  client->Close();
+  ASSERT_TRUE(WaitUntil([this] { return TokenIsFree() && OwnThreadsAreAsleep(1); }));
+  EXPECT_EQ(SleepsOf(loop[0]), before);
 }
 
 }  // namespace

@@ -27,8 +27,8 @@ enum class Call : int {
   kSend,
   kFcntl,
   kGetsockopt,
+  kSetsockopt,
   kSelect,
-  kEventfd,
   kThread,
   /// malloc and its kin; operator new comes down to them.
   kMemory

@@ -1,10 +1,24 @@
 #include "ipc/service/ServedConnection.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 
 namespace zav::ipc {
+namespace {
+
+/// A reply up to here fits into any socket's buffer: there is nothing to wait for.
+constexpr std::size_t kShortReply = 1024;
+
+/// Makes a transfer fail that moves nothing for kClientTime. Where the system does not, the client is still cut off as
+/// soon as somebody else wants to be served.
+void LimitWaits(int descriptor, int option) {
+  const timeval longest{ServedConnection::kClientTime.count(), 0};
+  setsockopt(descriptor, SOL_SOCKET, option, &longest, sizeof(longest));
+}
+
+}  // namespace
 
 void ServedConnection::enter(int descriptor) {
   const std::lock_guard guard(mutex);
@@ -14,13 +28,19 @@ void ServedConnection::enter(int descriptor) {
   if (stopping) cutReceiving();
 }
 
+void ServedConnection::textFollows() {
+  const std::lock_guard guard(mutex);
+  LimitWaits(fd, SO_RCVTIMEO);
+}
+
 void ServedConnection::requestReceived() {
   const std::lock_guard guard(mutex);
   phase = Phase::kWorking;
 }
 
-void ServedConnection::replyStarts() {
+void ServedConnection::replyStarts(std::size_t size) {
   const std::lock_guard guard(mutex);
+  if (size > kShortReply) LimitWaits(fd, SO_SNDTIMEO);
   if (phase == Phase::kReplying) return;
   phase = Phase::kReplying;
   deadline = Clock::now() + (stopping ? Clock::duration(kClientTimeInStop) : Clock::duration(kClientTime));
@@ -30,8 +50,6 @@ void ServedConnection::leave() {
   const std::lock_guard guard(mutex);
   fd = -1;
   phase = Phase::kNone;
-  if (watched) ended.send();
-  watched = false;
 }
 
 void ServedConnection::stop() {
@@ -46,18 +64,9 @@ void ServedConnection::resume() {
   stopping = false;
 }
 
-std::optional<ServedConnection::Clock::duration> ServedConnection::watch() {
+void ServedConnection::cutOverdue(Clock::time_point now) {
   const std::lock_guard guard(mutex);
-  watched = phase != Phase::kNone;
-  if (!watched) return std::nullopt;
-  // A reply that starts later has all its time then: a look after that time is early enough.
-  if (phase == Phase::kWorking) return kClientTime;
-  return std::max(deadline - Clock::now(), Clock::duration::zero());
-}
-
-void ServedConnection::cutOverdue() {
-  const std::lock_guard guard(mutex);
-  if (Clock::now() < deadline) return;
+  if (now < deadline) return;
   if (phase == Phase::kReceiving) cutReceiving();
   if (phase == Phase::kReplying) ::shutdown(fd, SHUT_RDWR);
 }

@@ -1,18 +1,18 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <mutex>
-#include <optional>
-
-#include "ipc/service/WakeUp.h"
 
 namespace zav::ipc {
 
 /// The one connection that is being served, as those see it who may have to cut it off: a client that sends no end of
-/// its request, or does not take its reply, must hold up neither the service nor a stop.
+/// its request, or does not take its reply, must hold up neither the next client nor a stop.
 ///
 /// The connection's thread says what it is about to wait for: `enter`, `requestReceived`, `replyStarts`, `leave`. The
-/// accept loop looks after it with `watch` and `cutOverdue`, a stop with `stop` and `cutOverdue`. The time that the
+/// accept loop calls `cutOverdue` when somebody else wants to be served; a stop calls `stop`, and then `cutOverdue` now
+/// and then. So a client whose time is up keeps its connection as long as nobody minds, and no timer runs for it; but
+/// memory is not held that long for one that sends no more of a text, or takes no more of one. The time that the
 /// service itself takes, between `requestReceived` and `replyStarts`, has no limit. Any thread may call anything: all
 /// is guarded by one mutex, under which the descriptor is registered, shut and deregistered, so that none is shut after
 /// it was closed and given to somebody else.
@@ -28,11 +28,14 @@ class ServedConnection {
 
   /// The client of `descriptor` is waited for: its request. The descriptor stays open until `leave`.
   void enter(int descriptor);
+  /// The request goes on with a text: a receive that nothing comes to for `kClientTime` fails from here on.
+  void textFollows();
   /// The request is here whole; from here on the service works.
   void requestReceived();
-  /// The client is waited for again: it has to take the reply. Said again for a later part of it, nothing changes.
-  void replyStarts();
-  /// Nothing is waited for any more; the descriptor may be closed. Harmless without `enter`.
+  /// The client is waited for again: it has to take the reply. Said again for a later part of it, its time goes on.
+  /// @param size  of this part, bytes; a send of a long one that nothing is taken of for `kClientTime` fails.
+  void replyStarts(std::size_t size);
+  /// Nothing is waited for any more; the descriptor may be closed.
   void leave();
 
   /// No client is waited for from here on. One that is silent is cut off at once: what it has sent by now is read to
@@ -41,21 +44,13 @@ class ServedConnection {
   /// Takes `stop` back.
   void resume();
 
-  /// For the accept loop, before it waits: how long it may wait until it has to look again, nothing when no connection
-  /// is open. While it waits so, the end of the connection is announced by `wakeUp`: there is no timer left that would
-  /// fire when nothing is being served.
-  std::optional<Clock::duration> watch();
-  WakeUp& wakeUp() { return ended; }
-
-  /// Cuts the client off if it has used up its time.
-  void cutOverdue();
+  /// Cuts the client off if its time is up `now`.
+  void cutOverdue(Clock::time_point now);
 
  private:
   enum class Phase { kNone, kReceiving, kWorking, kReplying };
 
   void cutReceiving() const;
-
-  WakeUp ended;
 
   std::mutex mutex;
   // Guarded by `mutex`:
@@ -64,8 +59,6 @@ class ServedConnection {
   /// While the client is waited for: when its time is up.
   Clock::time_point deadline;
   bool stopping = false;
-  /// Whether the accept loop waits with a time-out that the end of the connection has to call off.
-  bool watched = false;
 };
 
 }  // namespace zav::ipc

@@ -3,13 +3,9 @@
 #include <poll.h>
 #include <sys/select.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <exception>
-#include <optional>
-#include <utility>
 
 #include "common/Descriptor.h"
 #include "common/ErrorText.h"
@@ -32,42 +28,29 @@ struct Readiness {
   /// As select and poll return it.
   int result = 0;
   bool listener = false;
-  bool wakeUp = false;
   /// What select looked at.
   fd_set readable{};
 };
 
-Readiness Select(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
+Readiness Select(int listener) {
   Readiness ready;
   FD_SET(listener, &ready.readable);
-  if (wakeUp != -1) FD_SET(wakeUp, &ready.readable);
-  timeval wait{};
-  if (timeout) {
-    // Rounded up: a wait that ends too early would only be repeated.
-    const auto micros = std::chrono::ceil<std::chrono::microseconds>(*timeout).count();
-    wait.tv_sec = static_cast<time_t>(micros / 1'000'000);
-    wait.tv_usec = static_cast<suseconds_t>(micros % 1'000'000);
-  }
-  ready.result = select(std::max(listener, wakeUp) + 1, &ready.readable, nullptr, nullptr, timeout ? &wait : nullptr);
+  ready.result = select(listener + 1, &ready.readable, nullptr, nullptr, nullptr);
   ready.listener = ready.result > 0 && FD_ISSET(listener, &ready.readable);
-  ready.wakeUp = ready.result > 0 && wakeUp != -1 && FD_ISSET(wakeUp, &ready.readable);
   return ready;
 }
 
-Readiness Poll(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
-  // poll passes over a negative descriptor.
-  std::array<pollfd, 2> readable{pollfd{listener, POLLIN, 0}, pollfd{wakeUp, POLLIN, 0}};
-  const int wait = timeout ? static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(*timeout).count()) : -1;
+Readiness Poll(int listener) {
+  pollfd readable{listener, POLLIN, 0};
   Readiness ready;
-  ready.result = poll(readable.data(), readable.size(), wait);
-  ready.listener = readable[0].revents != 0;
-  ready.wakeUp = readable[1].revents != 0;
+  ready.result = poll(&readable, 1, -1);
+  ready.listener = readable.revents != 0;
   return ready;
 }
 
 /// A descriptor set has room for descriptors below FD_SETSIZE only; the host may have that many open.
-Readiness WaitReadable(int listener, int wakeUp, const std::optional<steady_clock::duration>& timeout) {
-  return std::max(listener, wakeUp) < FD_SETSIZE ? Select(listener, wakeUp, timeout) : Poll(listener, wakeUp, timeout);
+Readiness WaitReadable(int listener) {
+  return listener < FD_SETSIZE ? Select(listener) : Poll(listener);
 }
 
 /// Whether the next wait may well succeed: nobody was there any more, or a signal came between.
@@ -92,7 +75,9 @@ void Service::stop() {
   serviceCondition.notify_all();
   connection.stop();
   // Whoever holds the token is a connection that ends by itself, or a client that is cut off in time.
-  while (!serviceMutex.try_lock_until(steady_clock::now() + kStopLook)) connection.cutOverdue();
+  while (!serviceMutex.try_lock_until(steady_clock::now() + kStopLook)) {
+    connection.cutOverdue(steady_clock::now());
+  }
   const std::lock_guard token(serviceMutex, std::adopt_lock);
   socket.shutdown();
 }
@@ -125,15 +110,17 @@ bool Service::open() {
 }
 
 void Service::onePass() {
-  sleep();
+  const auto begin = steady_clock::now();
   if (!clientWaits()) return;
+  connection.cutOverdue(steady_clock::now());
+  sleep(begin);
   common::Descriptor client(socket.accept());
   if (client.get() <= 0) {
     const int error = errno;
     if (client.release() == -1 && !IsPassing(error)) pause();
     return;
   }
-  sleep();
+  sleep(steady_clock::now());
   if (!takeToken()) {
     refuse(client.release());
     return;
@@ -142,11 +129,12 @@ void Service::onePass() {
   client.release();
 }
 
-/// Waits a moment for the connection that is being served to end.
-void Service::sleep() {
+/// Waits for the connection that is being served to end, a moment from `since` on. Only once a client waits: who ends a
+/// connection that nobody waits for wakes nobody.
+void Service::sleep(steady_clock::time_point since) {
   if (!serviceBusy) return;
   std::unique_lock guard(serviceMutex.inner());
-  serviceCondition.wait_until(guard, steady_clock::now() + kIdleWait, [this] { return !serviceBusy || !running(); });
+  serviceCondition.wait_until(guard, since + kIdleWait, [this] { return !serviceBusy || !running(); });
 }
 
 /// Waits where the next pass would fail at once again, such as for want of descriptors.
@@ -155,16 +143,13 @@ void Service::pause() {
   serviceCondition.wait_until(guard, steady_clock::now() + kIdleWait, [this] { return !running(); });
 }
 
-/// Waits for a client, without a time-out unless a connection is open that may have to be cut off meanwhile.
+/// Waits for a client, without a time-out: a service at rest has no timer.
 bool Service::clientWaits() {
-  connection.cutOverdue();
-  const int wakeUp = connection.wakeUp().descriptor();
-  const Readiness ready = WaitReadable(socket.descriptor(), wakeUp, connection.watch());
+  const Readiness ready = WaitReadable(socket.descriptor());
   const int error = errno;
   if (ready.result == -1 && !IsPassing(error)) pause();
   if (ready.result <= 0) return false;
-  if (ready.wakeUp) connection.wakeUp().clear();
-  if (!ready.listener && !ready.wakeUp) {
+  if (!ready.listener) {
     common::LogLine(common::Priority::kWarning, LOG_SITE_OF("accept"), "unknown case! socket : ", socket.descriptor(),
                     " : ", &ready.readable);
   }
@@ -186,11 +171,8 @@ void Service::handOver(int client) {
   serviceBusy = true;
   try {
     joinConnection();
-    // Before the thread runs: a client is looked after from here on, however late its thread comes to it.
-    connection.enter(client);
     connectionThread = std::make_unique<std::thread>([this, client] { serve(client); });
   } catch (...) {
-    connection.leave();
     ReleaseService();
     throw;
   }
@@ -229,6 +211,7 @@ void Service::serve(int fd) {
   {
     Socket client(fd);
     try {
+      connection.enter(fd);
       handle(client);
     } catch (const std::exception& exception) {
       LOG_ERROR(exception.what());

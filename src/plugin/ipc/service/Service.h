@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -51,7 +52,7 @@ class Service {
   bool running() const { return run == Run::kRunning; }
   bool open();
   void onePass();
-  void sleep();
+  void sleep(std::chrono::steady_clock::time_point since);
   void pause();
   bool clientWaits();
   bool takeToken();
