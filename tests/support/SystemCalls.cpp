@@ -31,7 +31,7 @@ struct Gate {
 
 /// Never ended: threads call until the very end of the process.
 Gate& GateOf(Call call) {
-  static auto& gates = *new std::array<Gate, static_cast<size_t>(Call::kStatvfs) + 1>;
+  static auto& gates = *new std::array<Gate, static_cast<size_t>(Call::kWrite) + 1>;
   return gates[static_cast<size_t>(call)];
 }
 
@@ -92,6 +92,7 @@ CallHook::Action Fail(int error, int times) {
 
 int Accept4(int fd, sockaddr* address, socklen_t* length, int flags) INTERPOSED(accept4);
 int Bind(int fd, const sockaddr* address, socklen_t length) INTERPOSED(bind);
+int Close(int fd) INTERPOSED(close);
 int Fcntl(int fd, int command, ...) INTERPOSED(fcntl);
 int Fcntl64(int fd, int command, ...) INTERPOSED(fcntl64);
 int Fsync(int fd) INTERPOSED(fsync);
@@ -103,6 +104,7 @@ int OpenChecked(const char* path, int flags) INTERPOSED(__open_2);
 int PollDescriptors(pollfd* descriptors, nfds_t count, int milliseconds) INTERPOSED(poll);
 int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument)
     INTERPOSED(pthread_create);
+ssize_t Read(int fd, void* data, size_t size) INTERPOSED(read);
 ssize_t Recv(int fd, void* data, size_t size, int flags) INTERPOSED(recv);
 int Rename(const char* from, const char* to) INTERPOSED(rename);
 int Select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout) INTERPOSED(select);
@@ -111,6 +113,7 @@ int Shutdown(int fd, int how) INTERPOSED(shutdown);
 int Socket(int domain, int type, int protocol) INTERPOSED(socket);
 int Stat(const char* path, struct stat* info) INTERPOSED(stat);
 int Statvfs(const char* path, struct statvfs* info) INTERPOSED(statvfs);
+ssize_t Write(int fd, const void* data, size_t size) INTERPOSED(write);
 
 namespace {
 
@@ -123,6 +126,7 @@ Function* Find(const char* name) {
 struct Functions {
   decltype(Accept4)* accept4 = Find<decltype(Accept4)>("accept4");
   decltype(Bind)* bind = Find<decltype(Bind)>("bind");
+  decltype(Close)* close = Find<decltype(Close)>("close");
   decltype(Fcntl)* fcntl = Find<decltype(Fcntl)>("fcntl");
   decltype(Fsync)* fsync = Find<decltype(Fsync)>("fsync");
   decltype(Listen)* listen = Find<decltype(Listen)>("listen");
@@ -131,6 +135,7 @@ struct Functions {
   decltype(Open)* open = Find<decltype(Open)>("open");
   decltype(PollDescriptors)* poll = Find<decltype(PollDescriptors)>("poll");
   decltype(PthreadCreate)* pthread_create = Find<decltype(PthreadCreate)>("pthread_create");
+  decltype(Read)* read = Find<decltype(Read)>("read");
   decltype(Recv)* recv = Find<decltype(Recv)>("recv");
   decltype(Rename)* rename = Find<decltype(Rename)>("rename");
   decltype(Select)* select = Find<decltype(Select)>("select");
@@ -139,6 +144,7 @@ struct Functions {
   decltype(Socket)* socket = Find<decltype(Socket)>("socket");
   decltype(Stat)* stat = Find<decltype(Stat)>("stat");
   decltype(Statvfs)* statvfs = Find<decltype(Statvfs)>("statvfs");
+  decltype(Write)* write = Find<decltype(Write)>("write");
 };
 
 const Functions& Next() {
@@ -162,6 +168,11 @@ int Bind(int fd, const sockaddr* address, socklen_t length) {
   arguments.data = const_cast<sockaddr*>(address);
   const auto result = Ask(Call::kBind, arguments);
   return result ? static_cast<int>(*result) : Next().bind(fd, address, length);
+}
+
+int Close(int fd) {
+  const auto result = Ask(Call::kClose, Bytes(fd, 0, 0));
+  return result ? static_cast<int>(*result) : Next().close(fd);
 }
 
 int Fcntl(int fd, int command, ...) {
@@ -231,6 +242,11 @@ int PthreadCreate(pthread_t* thread, const pthread_attr_t* attributes, void* (*b
   return Next().pthread_create(thread, attributes, body, argument);
 }
 
+ssize_t Read(int fd, void* data, size_t size) {
+  const auto result = Ask(Call::kRead, Bytes(fd, size, 0));
+  return result ? *result : Next().read(fd, data, size);
+}
+
 ssize_t Recv(int fd, void* data, size_t size, int flags) {
   const auto result = Ask(Call::kRecv, Bytes(fd, size, flags));
   return result ? *result : Next().recv(fd, data, size, flags);
@@ -274,6 +290,13 @@ int Stat(const char* path, struct stat* info) {
 int Statvfs(const char* path, struct statvfs* info) {
   const auto result = Ask(Call::kStatvfs, Path(path));
   return result ? static_cast<int>(*result) : Next().statvfs(path, info);
+}
+
+ssize_t Write(int fd, const void* data, size_t size) {
+  CallArguments arguments = Bytes(fd, size, 0);
+  arguments.data = const_cast<void*>(data);
+  const auto result = Ask(Call::kWrite, arguments);
+  return result ? *result : Next().write(fd, data, size);
 }
 
 }  // namespace zav::test

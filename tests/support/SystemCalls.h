@@ -12,6 +12,7 @@ namespace zav::test {
 enum class Call {
   kAccept4,
   kBind,
+  kClose,
   kFcntl,
   kFsync,
   kListen,
@@ -20,6 +21,7 @@ enum class Call {
   kOpen,
   kPoll,
   kPthreadCreate,
+  kRead,
   kRecv,
   kRename,
   kSelect,
@@ -27,7 +29,8 @@ enum class Call {
   kShutdown,
   kSocket,
   kStat,
-  kStatvfs
+  kStatvfs,
+  kWrite
 };
 
 /// What a call was given, as far as it has it.
@@ -39,8 +42,8 @@ struct CallArguments {
   int flags = 0;
   /// The time to wait; nothing when it waits without a time-out.
   std::optional<std::chrono::nanoseconds> time;
-  /// The fd_set of select; where nanosleep puts the time that is left; the address of bind; the path of a call that
-  /// has one, the old one of rename.
+  /// The fd_set of select; the bytes of write; where nanosleep puts the time that is left; the address of bind; the
+  /// path of a call that has one, the old one of rename.
   void* data = nullptr;
 };
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -388,6 +389,74 @@ TEST_F(ReplacingAFile, ThatFailsLeavesItAsItWas) {
   EXPECT_FALSE(FileExists(dst + ".new"));
 }
 
+/// A call that moves the content, and is cut short before anything was moved.
+class AnInterruptedCall : public ReplacingAFile, public testing::WithParamInterface<Call> {};
+INSTANTIATE_TEST_SUITE_P(That, AnInterruptedCall, testing::Values(Call::kRead, Call::kWrite),
+                         [](const auto& each) { return each.param == Call::kRead ? "Reads" : "Writes"; });
+
+TEST_P(AnInterruptedCall, IsMadeAgain) {
+  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(dst, "old");
+  {
+    const CallHook hook(GetParam(), Fail(EINTR, 2));
+    EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  }
+  EXPECT_TRUE(ReadFile(dst) == ReadFile(src));
+}
+
+TEST_F(ReplacingAFile, WritesOnWhereAWriteTookAPartOnly) {
+  std::string content;
+  while (content.size() < 100'000) content += std::to_string(content.size());
+  WriteFile(src, content);
+  WriteFile(dst, "old");
+  {
+    const CallHook hook(Call::kWrite, [](const CallArguments& call) -> std::optional<long> {
+      return syscall(SYS_write, call.fd, call.data, (call.size + 1) / 2);
+    });
+    EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  }
+  EXPECT_TRUE(ReadFile(dst) == content);
+}
+
+/// A fault in a call that moves the content, or in what ends that.
+struct FaultOfACopy {
+  const char* name;
+  Call call;
+  CallHook::Action action;
+};
+
+void PrintTo(const FaultOfACopy& fault, std::ostream* out) {
+  *out << fault.name;
+}
+
+class ACopyThatFails : public ReplacingAFile, public testing::WithParamInterface<FaultOfACopy> {};
+INSTANTIATE_TEST_SUITE_P(By, ACopyThatFails,
+                         testing::Values(FaultOfACopy{"TheFirstRead", Call::kRead, FailAt(1)},
+                                         FaultOfACopy{"ALaterRead", Call::kRead, FailAt(3)},
+                                         FaultOfACopy{"TheFirstWrite", Call::kWrite, FailAt(1, "", ENOSPC)},
+                                         FaultOfACopy{"ALaterWrite", Call::kWrite, FailAt(3, "", ENOSPC)},
+                                         FaultOfACopy{"AWriteOfNothing", Call::kWrite,
+                                                      [](const CallArguments&) { return 0; }},
+                                         FaultOfACopy{"TheClose", Call::kClose,
+                                                      [](const CallArguments& call) {
+                                                        syscall(SYS_close, call.fd);
+                                                        errno = EIO;
+                                                        return -1;
+                                                      }}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST_P(ACopyThatFails, LeavesTheDestinationAsItWas) {
+  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(dst, "old");
+  {
+    const CallHook hook(GetParam().call, GetParam().action);
+    EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  }
+  EXPECT_EQ(LogRecorder::Count("could not replace dst: " + dst + " by src: " + src), 1);
+  EXPECT_EQ(ReadFile(dst), "old");
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
 TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepOverwritesIt) {
   WriteFile(src, "new");
   WriteFile(dst, "longer than what comes");
@@ -400,8 +469,8 @@ TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepOverwritesIt) {
 TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepIsLeftWhereTheRoomForItIsNotKnown) {
   WriteFile(src, "new");
   WriteFile(dst, "old");
-  // Before that the source is looked at for its kind, and for its size at the end of the copy.
-  const std::pair<Call, CallHook::Action> unknown[] = {{Call::kStat, FailAt(3, src)}, {Call::kStatvfs, FailAt(1)}};
+  // Before that the source is looked at for its kind.
+  const std::pair<Call, CallHook::Action> unknown[] = {{Call::kStat, FailAt(2, src)}, {Call::kStatvfs, FailAt(1)}};
   for (const auto& [call, failure] : unknown) {
     LogRecorder::Clear();
     const CallHook renaming(Call::kRename, FailAt(1));
@@ -413,14 +482,15 @@ TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepIsLeftWhereTheRoomForItIsNot
   }
 }
 
-TEST_F(ReplacingAFile, WhoseSuccessorMayNotBeWrittenLeavesIt) {
+TEST_F(ReplacingAFile, GivesItThePermissionsOfItsSuccessorWhateverTheProcessMasks) {
   WriteFile(src, "new");
   WriteFile(dst, "old");
-  const Umask nothing(0777);
+  fs::permissions(src, fs::perms::owner_read | fs::perms::others_read);
+  const Umask everything(0777);
   const WithoutPrivilege plain;
-  EXPECT_EQ(helper.replaceFile(src, dst), -1);
-  EXPECT_EQ(ReadFile(dst), "old");
-  EXPECT_FALSE(FileExists(dst + ".new"));
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_EQ(fs::status(dst).permissions(), fs::status(src).permissions());
 }
 
 TEST_F(ReplacingAFile, ByOneThatCannotBeOpenedFailsAndLeavesIt) {

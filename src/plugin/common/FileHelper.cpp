@@ -23,6 +23,8 @@ constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kMarkMode = 0666;
 constexpr size_t kReadSize = 4096;
+// On the stack of a thread that may be the daemon's.
+constexpr size_t kCopySize = 32'768;
 // A directory always lists "." and "..", so a third entry is content.
 constexpr int kEntriesOfAnEmptyDirectory = 2;
 
@@ -83,27 +85,61 @@ bool IsAsLong(const std::string& path, const std::string& as) {
 /// Streams the whole of `src` into `to`, opened on `path`, and closes it. A stream does not always tell a full disk
 /// from success (the last bytes go out at the close), so the sizes have the last word.
 bool StreamWhole(std::ifstream& from, const std::string& src, std::ofstream& to, const std::string& path) {
-  from.clear();
-  from.seekg(0);
   // An empty source would count as a failure of the stream.
   if (from.peek() != std::ifstream::traits_type::eof()) to << from.rdbuf();
   to.close();
   return IsAsLong(path, src);
 }
 
+/// Calls until no signal interrupts it. @return what it gave.
+template <class Call>
+ssize_t Uninterrupted(Call call) {
+  ssize_t result = 0;
+  do {
+    result = call();
+  } while (result == -1 && errno == EINTR);
+  return result;
+}
+
+bool WriteWhole(int to, const char* bytes, ssize_t size) {
+  while (size > 0) {
+    const ssize_t count = Uninterrupted([&] { return write(to, bytes, static_cast<size_t>(size)); });
+    if (count <= 0) return false;
+    bytes += count;
+    size -= count;
+  }
+  return true;
+}
+
+/// Copies all that is left of one file to another one.
+bool CopyRest(int from, int to) {
+  std::array<char, kCopySize> chunk;
+  ssize_t count = 0;
+  while ((count = Uninterrupted([&] { return read(from, chunk.data(), chunk.size()); })) > 0) {
+    if (!WriteWhole(to, chunk.data(), count)) return false;
+  }
+  return count == 0;
+}
+
 /// What came of writing a file beside another one.
 enum class Beside { kDone, kNotPossible, kNotWhole };
 
-/// Writes `src` to a new file beside `dst` and puts it in the place of that in one step. Until it has the permissions
+/// Makes a file that is not there yet; what is of its name goes. Nobody else may see into it.
+int MakeNew(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const int file = open(path.c_str(), kFlags, S_IRUSR | S_IWUSR);
+  if (file != -1 || errno != EEXIST || unlink(path.c_str()) != 0) return file;
+  return open(path.c_str(), kFlags, S_IRUSR | S_IWUSR);
+}
+
+/// Writes `from` to a new file beside `dst` and puts it in the place of that in one step. Until it has the permissions
 /// of the source, nobody else is to see the content.
-Beside WriteBeside(std::ifstream& from, const std::string& src, const std::string& dst) {
+Beside WriteBeside(int from, const std::string& dst) {
   const std::string path = dst + ".new";
-  unlink(path.c_str());
-  if (Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR)).get() == -1) {
-    return Beside::kNotPossible;
-  }
-  std::ofstream to(path, std::ios::out);
-  const bool whole = to.is_open() && StreamWhole(from, src, to, path);
+  Descriptor to(MakeNew(path));
+  if (to.get() == -1) return Beside::kNotPossible;
+  // Some file systems tell of a failed write at the close alone.
+  const bool whole = CopyRest(from, to.get()) && close(to.release()) == 0;
   if (whole && rename(path.c_str(), dst.c_str()) == 0) return Beside::kDone;
   unlink(path.c_str());
   return whole ? Beside::kNotPossible : Beside::kNotWhole;
@@ -123,12 +159,6 @@ bool IsToBeOverwritten(Beside result, const std::string& src, const std::string&
   const bool exists = stat(dst.c_str(), &place) == 0;
   const unsigned long old = exists ? static_cast<unsigned long>(place.st_blocks) * kStatBlock : 0;
   return size <= free + old && (result == Beside::kNotPossible || size > free);
-}
-
-bool IsReplaceable(const std::string& dst) {
-  struct stat info {};
-  if (lstat(dst.c_str(), &info) != 0) return errno == ENOENT;
-  return S_ISREG(info.st_mode) && faccessat(AT_FDCWD, dst.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
 /// A file system that cannot do it says so, and is none the worse.
@@ -159,7 +189,9 @@ int Fail(const LogSite& site, const Pieces&... pieces) {
   return -1;
 }
 
-int Overwrite(std::ifstream& from, const std::string& src, const std::string& dst) {
+/// The content of `src` takes the place of that of `dst`, which is truncated or made.
+int Overwrite(const std::string& src, const std::string& dst) {
+  std::ifstream from(src, std::ios::in);
   std::ofstream to(dst, std::ios::out);
   if (!from.is_open()) return Fail(COPY_SITE, "could not open src: ", src);
   if (!to.is_open()) return Fail(COPY_SITE, "could not open or create dst: ", dst);
@@ -167,29 +199,39 @@ int Overwrite(std::ifstream& from, const std::string& src, const std::string& ds
   return Fail(COPY_SITE, "could not copy the whole of src: ", src, " to dst: ", dst);
 }
 
-/// How a copy comes to its destination.
-enum class Way { kInPlace, kInOneStep };
+/// What stands in the place of a file that is to be replaced.
+enum class Place { kFree, kFile, kReadOnlyFile, kPipeOrDevice, kOther };
 
-int Copy(const std::string& src, const std::string& dst, Way way) {
+Place Look(const std::string& path) {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0) return errno == ENOENT ? Place::kFree : Place::kOther;
+  if (!S_ISREG(info.st_mode)) return IsPipeOrDevice(path) ? Place::kPipeOrDevice : Place::kOther;
+  return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 ? Place::kFile : Place::kReadOnlyFile;
+}
+
+/// The same in one step where that can be.
+int Replace(const std::string& src, const std::string& dst) {
+  const Place place = Look(dst);
+  if (place == Place::kPipeOrDevice || IsPipeOrDevice(src)) {
+    return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
+  }
+  const Descriptor from(open(src.c_str(), O_RDONLY | O_CLOEXEC));
+  // What cannot be read does not cost the destination its content.
+  if (from.get() == -1) return Fail(COPY_SITE, "could not open src: ", src);
+  if (place != Place::kFree && place != Place::kFile) return Overwrite(src, dst);
+  const Beside beside = WriteBeside(from.get(), dst);
+  if (beside == Beside::kDone) return 0;
+  if (IsToBeOverwritten(beside, src, dst)) return Overwrite(src, dst);
+  return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
+}
+
+/// @param place  puts the content of `src` in the place of `dst`. @return 0, or -1, which it logged.
+int Copy(const std::string& src, const std::string& dst, int (*place)(const std::string&, const std::string&)) {
   struct stat info {};
   if (lstat(src.c_str(), &info) != 0) return Fail(COPY_SITE, "could not take info (lstat) about src: ", src);
   if (!IsFileOrLink(info.st_mode)) return Fail(COPY_SITE, "src: ", src, " is not a file or link");
   LogLine(Priority::kDebug, COPY_SITE, "file: ", src, " size is ", info.st_size, " bytes");
-
-  if (way == Way::kInOneStep && (IsPipeOrDevice(src) || IsPipeOrDevice(dst))) {
-    return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
-  }
-  std::ifstream from(src, std::ios::in);
-  // What cannot be read does not cost the destination its content.
-  if (way == Way::kInOneStep && !from.is_open()) return Fail(COPY_SITE, "could not open src: ", src);
-  const bool oneStep = way == Way::kInOneStep && IsReplaceable(dst);
-  const Beside beside = oneStep ? WriteBeside(from, src, dst) : Beside::kNotPossible;
-  if (beside != Beside::kDone) {
-    if (oneStep && !IsToBeOverwritten(beside, src, dst)) {
-      return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
-    }
-    if (Overwrite(from, src, dst) != 0) return -1;
-  }
+  if (place(src, dst) != 0) return -1;
   LogLine(Priority::kDebug, COPY_SITE, "copy from file: ", src, "\n       to file: ", dst, "\nsuccess");
   CopyPermissions(dst, info.st_mode);
   return 0;
@@ -198,11 +240,11 @@ int Copy(const std::string& src, const std::string& dst, Way way) {
 }  // namespace
 
 int FileHelper::copyFile(const std::string& src, const std::string& dst) {
-  return Copy(src, dst, Way::kInPlace);
+  return Copy(src, dst, Overwrite);
 }
 
 int FileHelper::replaceFile(const std::string& src, const std::string& dst) {
-  return Copy(src, dst, Way::kInOneStep);
+  return Copy(src, dst, Replace);
 }
 
 int FileHelper::deleteFile(const std::string& path) {
