@@ -92,7 +92,7 @@ without_twice NO_RETIRE "$hangs"
 without_twice NO_UNLINK "$hangs"
 without_twice NO_LOOK_AT_FILE_LEFT "$hangs"
 # Service::onePass, takeToken, handOver
-without NO_SECOND_SLEEP "$forsaken"
+without NO_SLEEP "$forsaken"
 without NO_SECOND_LOOK "$hangs"
 without NO_JOIN_BEFORE_START "$not_joined"
 without NO_RELEASE_AFTER_FAILED_START "$hangs"
@@ -121,8 +121,8 @@ without NO_LOOK_AT_DEADLINE "$forsaken"
 without CUT_WITHOUT_MUTEX "$shuts_closed"
 without CUT_BOTH_WAYS "$forsaken"
 # Each of these looks is made once more by the next one (the token is busy with the flag, the second look repeats the
-# first, the second wait the first wait): without all of them nothing fails.
-pan NO_FIRST_SLEEP NO_FIRST_LOOK NO_BUSY_LOOK ROUNDS=1
+# first): without both of them nothing fails.
+pan NO_FIRST_LOOK NO_BUSY_LOOK ROUNDS=1
 expect 'without the spare looks' sound
 
 for guard in $(sed -nE 's/^#(ifdef|ifndef|elif defined)\W*(\w+).*/\2/p' "$model" | sort -u); do

@@ -443,10 +443,10 @@ inline wait_until(condition, timeOut) {
 
 #define connectionIsOpen (connectionJoinable && phase != kNone && !cut)
 
-inline sleep(timeOut) {
+inline sleep() {
   if
   :: !serviceBusy
-  :: else -> wait_until(!serviceBusy || !running, timeOut)
+  :: else -> wait_until(!serviceBusy || !running, connectionIsOpen)
   fi
 }
 
@@ -546,16 +546,12 @@ inline refuse() { atomic { shutBoth(c); closeClient(c) } }
 
 inline onePass() {
   clientWaits();
-  lookAtTime();
-#ifndef NO_FIRST_SLEEP
-  /* Counted from the beginning of the pass: its time may be up however short the connection is open. */
-  sleep(!stopAsked);
-#endif
   accept();
   if
   :: accepted ->
-#ifndef NO_SECOND_SLEEP
-    sleep(connectionIsOpen);
+    lookAtTime();
+#ifndef NO_SLEEP
+    sleep();
 #endif
     takeToken();
     if

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/select.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <exception>
@@ -112,15 +113,14 @@ bool Service::open() {
 void Service::onePass() {
   const auto begin = steady_clock::now();
   if (!clientWaits()) return;
-  connection.cutOverdue(steady_clock::now());
-  sleep(begin);
   common::Descriptor client(socket.accept());
   if (client.get() <= 0) {
     const int error = errno;
     if (client.release() == -1 && !IsPassing(error)) pause();
     return;
   }
-  sleep(steady_clock::now());
+  connection.cutOverdue(steady_clock::now());
+  sleep(begin);
   if (!takeToken()) {
     refuse(client.release());
     return;
@@ -129,12 +129,13 @@ void Service::onePass() {
   client.release();
 }
 
-/// Waits for the connection that is being served to end, a moment from `since` on. Only once a client waits: who ends a
-/// connection that nobody waits for wakes nobody.
-void Service::sleep(steady_clock::time_point since) {
+/// Waits for the connection that is being served to end: a moment, and first for what is left of a moment since the
+/// pass began. Only once a client waits: who ends a connection that nobody waits for wakes nobody.
+void Service::sleep(steady_clock::time_point begin) {
   if (!serviceBusy) return;
+  const auto deadline = std::max(begin + kIdleWait, steady_clock::now()) + kIdleWait;
   std::unique_lock guard(serviceMutex.inner());
-  serviceCondition.wait_until(guard, since + kIdleWait, [this] { return !serviceBusy || !running(); });
+  serviceCondition.wait_until(guard, deadline, [this] { return !serviceBusy || !running(); });
 }
 
 /// Waits where the next pass would fail at once again, such as for want of descriptors.

@@ -52,7 +52,7 @@ class Service {
   bool running() const { return run == Run::kRunning; }
   bool open();
   void onePass();
-  void sleep(std::chrono::steady_clock::time_point since);
+  void sleep(std::chrono::steady_clock::time_point begin);
   void pause();
   bool clientWaits();
   bool takeToken();
