@@ -52,13 +52,13 @@ int Now() {
 
 /// The record with the lowest index, where that is below the bound: it is the first one. Null where there is none.
 const ThreatLog::Record* FindLowest(const ThreatLog& log) {
-  const ThreatLog::Records& records = log.GetRecords();
+  const ThreatLog::Records records = log.GetRecords();
   return !records.empty() && records.front().index < kIndexBound ? &records.front() : nullptr;
 }
 
 /// The records of a range of indexes, both ends included.
 auto RecordsBetween(const ThreatLog& log, int first, int last) {
-  const ThreatLog::Records& records = log.GetRecords();
+  const ThreatLog::Records records = log.GetRecords();
   const auto begin = std::partition_point(records.begin(), records.end(),
                                           [&](const ThreatLog::Record& record) { return record.index < first; });
   const auto end =

@@ -22,6 +22,8 @@ const std::string kNothing;
 
 /// What room is left unused after much has gone is given back, unless it is little. A summary is kept if it is.
 constexpr std::size_t kRoomToKeep = 65536;
+/// So many places of records that went are kept for a while.
+constexpr std::size_t kPlacesToKeep = 64;
 
 /// The number that a key begins with; -1 where there is none, or none that is an int.
 int IndexStrToInt(const std::string& text) {
@@ -129,7 +131,7 @@ void ThreatLog::Uncount(const Record& record) {
 
 template <class Visit>
 void ThreatLog::ForEachMember(Visit visit) {
-  for (Record& record : records) visit(static_cast<Member&>(record));
+  for (Record& record : Present()) visit(static_cast<Member&>(record));
   visit(configMember);
   visit(countersMember);
 }
@@ -165,6 +167,7 @@ void ThreatLog::Insert(Member& member, std::string_view piece) {
 
 /// @param member  is to be inserted again, or goes. One that does not stand there yet stays so.
 void ThreatLog::Erase(Member& member) {
+  if (member.size == 0) return;
   Changed();
   text.erase(member.offset, member.size);
   ForEachMember([&](Member& other) {
@@ -199,7 +202,8 @@ void ThreatLog::Add(int index, const std::string& url, const std::string& threat
 
   text.reserve(text.size() + piece.size() + countersPiece.size());
   Threats::value_type& counted = *threats.try_emplace(threat, 0).first;
-  auto place = std::lower_bound(records.begin(), records.end(), record, HasLowerIndex);
+  auto place =
+      std::lower_bound(records.begin() + static_cast<std::ptrdiff_t>(gone), records.end(), record, HasLowerIndex);
   if (place == records.end() || HasLowerIndex(record, *place)) place = records.insert(place, std::move(record));
 
   // From here on nothing needs memory.
@@ -216,14 +220,23 @@ void ThreatLog::Add(int index, const std::string& url, const std::string& threat
 }
 
 void ThreatLog::RemoveFirst() {
-  Erase(records.front());
-  Uncount(records.front());
-  records.erase(records.begin());
+  Record& first = records[gone];
+  Erase(first);
+  Uncount(first);
+  if (++gone == kPlacesToKeep) CloseUp();
   ShrinkText();
 }
 
+/// Gives up the places of the records that went.
+void ThreatLog::CloseUp() {
+  records.erase(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(gone));
+  gone = 0;
+}
+
 bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
-  if (std::all_of(records.begin(), records.end(), isWanted)) return false;
+  const Records all = GetRecords();
+  if (std::all_of(all.begin(), all.end(), isWanted)) return false;
+  CloseUp();
   std::vector<Member*> kept{&configMember, &countersMember};
   for (Record& record : records) {
     if (isWanted(record)) kept.push_back(&record);
@@ -251,13 +264,14 @@ bool ThreatLog::Keep(const std::function<bool(const Record&)>& isWanted) {
 ThreatLog ThreatLog::Renumbered() const {
   ThreatLog fresh;
   fresh.text.reserve(text.size());
+  const Records all = GetRecords();
   // By their new indexes; the places of the new ones stay what they are while there are more to come.
-  fresh.records.reserve(records.size());
+  fresh.records.reserve(all.size());
   std::vector<const Record*> old;
   std::vector<Member*> inTextOrder;
-  for (auto record = records.begin(); record != records.end(); ++record) {
+  for (auto record = all.begin(); record != all.end(); ++record) {
     const auto next = std::next(record);
-    if (next != records.end() && next->index == record->index) continue;
+    if (next != all.end() && next->index == record->index) continue;
     Record& renumbered = fresh.records.emplace_back();
     renumbered.index = static_cast<int>(old.size());
     renumbered.key = std::to_string(renumbered.index);

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,7 +49,7 @@ class ThreatLog {
     /// Where it is counted; null where it is not.
     Threats::value_type* threat = nullptr;
   };
-  using Records = std::vector<Record>;
+  using Records = std::span<const Record>;
   /// Some of the records.
   using Selection = std::vector<const Record*>;
 
@@ -76,8 +77,8 @@ class ThreatLog {
   /// The same as text, which is kept until the log changes.
   std::string SummaryText();
 
-  /// By ascending index; of two with the same, in the order of their keys.
-  const Records& GetRecords() const { return records; }
+  /// By ascending index; of two with the same, in the order of their keys. Valid until the log changes.
+  Records GetRecords() const { return Records(records).subspan(gone); }
   const Threats& GetThreats() const { return threats; }
 
   /// Adds a record, in the place of one with the same key, together with the counters that go with it.
@@ -109,6 +110,8 @@ class ThreatLog {
   void ShrinkText();
   void Changed() { summary.clear(); }
   std::string_view ValueOf(const Record& record) const;
+  std::span<Record> Present() { return std::span(records).subspan(gone); }
+  void CloseUp();
   void Count(Record& record, const std::string& threat);
   void Uncount(const Record& record);
 
@@ -121,7 +124,10 @@ class ThreatLog {
   std::string summary;
   Member configMember{"config"};
   Member countersMember{"state"};
-  Records records;
+  /// By ascending index, behind the places of the few that went first. Those are given up together: to move all the
+  /// others costs more than the change of the text.
+  std::vector<Record> records;
+  std::size_t gone = 0;
   Threats threats;
 
   static constexpr std::string_view kEnd = "}\n";
