@@ -337,7 +337,7 @@ TEST_F(ReplacingAFile, LogsWhatACopyLogs) {
 }
 
 TEST_F(ReplacingAFile, ShowsTheOldContentOrTheNewToWhoHasItOpen) {
-  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(src, std::string(200'000, 'n'));
   WriteFile(dst, "old");
   std::ifstream reader(dst);
   EXPECT_EQ(helper.replaceFile(src, dst), 0);
@@ -395,7 +395,7 @@ INSTANTIATE_TEST_SUITE_P(That, AnInterruptedCall, testing::Values(Call::kRead, C
                          [](const auto& each) { return each.param == Call::kRead ? "Reads" : "Writes"; });
 
 TEST_P(AnInterruptedCall, IsMadeAgain) {
-  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(src, std::string(200'000, 'n'));
   WriteFile(dst, "old");
   {
     const CallHook hook(GetParam(), Fail(EINTR, 2));
@@ -406,7 +406,7 @@ TEST_P(AnInterruptedCall, IsMadeAgain) {
 
 TEST_F(ReplacingAFile, WritesOnWhereAWriteTookAPartOnly) {
   std::string content;
-  while (content.size() < 100'000) content += std::to_string(content.size());
+  while (content.size() < 200'000) content += std::to_string(content.size());
   WriteFile(src, content);
   WriteFile(dst, "old");
   {
@@ -446,7 +446,7 @@ INSTANTIATE_TEST_SUITE_P(By, ACopyThatFails,
                          [](const auto& each) { return each.param.name; });
 
 TEST_P(ACopyThatFails, LeavesTheDestinationAsItWas) {
-  WriteFile(src, std::string(100'000, 'n'));
+  WriteFile(src, std::string(200'000, 'n'));
   WriteFile(dst, "old");
   {
     const CallHook hook(GetParam().call, GetParam().action);

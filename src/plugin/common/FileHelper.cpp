@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include "common/Descriptor.h"
@@ -23,8 +24,7 @@ constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kMarkMode = 0666;
 constexpr size_t kReadSize = 4096;
-// On the stack of a thread that may be the daemon's.
-constexpr size_t kCopySize = 32'768;
+constexpr size_t kCopySize = 65'536;
 // A directory always lists "." and "..", so a third entry is content.
 constexpr int kEntriesOfAnEmptyDirectory = 2;
 
@@ -113,10 +113,12 @@ bool WriteWhole(int to, const char* bytes, ssize_t size) {
 
 /// Copies all that is left of one file to another one.
 bool CopyRest(int from, int to) {
-  std::array<char, kCopySize> chunk;
+  // Not on the stack, of which a thread's end takes the pages: the kernel would have to find new ones for each copy.
+  const std::unique_ptr<char[]> chunk(new (std::nothrow) char[kCopySize]);
+  if (!chunk) return false;
   ssize_t count = 0;
-  while ((count = Uninterrupted([&] { return read(from, chunk.data(), chunk.size()); })) > 0) {
-    if (!WriteWhole(to, chunk.data(), count)) return false;
+  while ((count = Uninterrupted([&] { return read(from, chunk.get(), kCopySize); })) > 0) {
+    if (!WriteWhole(to, chunk.get(), count)) return false;
   }
   return count == 0;
 }
