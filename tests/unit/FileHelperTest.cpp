@@ -513,6 +513,23 @@ TEST_F(ReplacingAFile, OverTheRemainsOfATryThatWasCutShortIsWhole) {
   EXPECT_EQ(ReadFile(scratch + "/elsewhere"), "untouched");
 }
 
+TEST_F(ReplacingAFile, WhereADirectoryIsInTheWayOfTheNewOneWritesTheOneThatIsThere) {
+  WriteFile(src, "new");
+  WriteFile(dst, "longer than what comes");
+  fs::create_directory(dst + ".new");
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_TRUE(fs::is_directory(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, BelowOneThatIsNoDirectoryFails) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  EXPECT_EQ(helper.replaceFile(src, dst + "/below"), -1);
+  EXPECT_EQ(LogRecorder::Count("could not open or create dst: " + dst + "/below"), 1);
+  EXPECT_EQ(ReadFile(dst), "old");
+}
+
 TEST_F(ReplacingAFile, ThatIsALinkWritesToItsTarget) {
   WriteFile(src, "new");
   WriteFile(scratch + "/target", "longer than what comes");

@@ -163,6 +163,22 @@ TEST_F(ALog, ThatWasChangedIsTheOneThatWouldBeReadFromItsText) {
   }
 }
 
+TEST_F(ALog, WhoseOldestRecordsGoOneAfterTheOtherIsRightAfterEachOfThem) {
+  Json::Value storage;
+  storage["state"]["count"] = 300;
+  for (int index = 0; index < 300; ++index) storage[std::to_string(index)] = Record("http://u", "T", index);
+  Begin(storage);
+  for (int gone = 1; gone <= 300; ++gone) {
+    RemoveFirst();
+    ASSERT_NO_FATAL_FAILURE(Check()) << gone;
+    // What moves the records as a whole, behind any number that went.
+    if (gone % 41 == 0) SetConfig();
+    if (gone % 47 == 0) Add();
+    if (gone % 97 == 0) log = ThreatLog(std::move(log));
+    ASSERT_NO_FATAL_FAILURE(Check()) << gone;
+  }
+}
+
 TEST_F(ALog, IsRenumberedAsThoughItsRecordsHadBeenWrittenAnew) {
   for (int round = 0; round < 100; ++round) {
     SCOPED_TRACE(round);

@@ -1,12 +1,16 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "common/FileHelper.h"
 #include "common/GlobalPaths.h"
 #include "policy/Policy.h"
 #include "pyx/ThreatLog.h"
+#include "support/Device.h"
 #include "support/LogRecorder.h"
 #include "support/Surroundings.h"
 
@@ -24,6 +28,27 @@ TEST(AWantOfMemory, CostsALogLineItsMessageAndNothingElse) {
     EXPECT_FALSE(common::makeDir(path));
   }
   EXPECT_EQ(LogRecorder::Count("(no memory for the message)"), 1);
+}
+
+TEST(AWantOfMemory, FailsTheCopyOfAFileAndLeavesWhatIsThere) {
+  const std::string directory = "/tmp/copies";
+  std::filesystem::create_directory(directory);
+  WriteFile(directory + "/src", "new");
+  WriteFile(directory + "/dst", "old");
+  common::FileHelper helper;
+  std::vector<std::unique_ptr<char[]>> taken;
+  taken.reserve(4096);
+  int result = 0;
+  {
+    const MemoryLimit limit(kMebibyte);
+    // Small pieces are left, the chunk for the content is not.
+    while (char* piece = new (std::nothrow) char[32'768]) taken.emplace_back(piece);
+    result = helper.replaceFile(directory + "/src", directory + "/dst");
+  }
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(ReadFile(directory + "/dst"), "old");
+  EXPECT_FALSE(FileExists(directory + "/dst.new"));
+  std::filesystem::remove_all(directory);
 }
 
 TEST(AWantOfMemory, IsNotTakenForDamageOfTheTextThatIsParsed) {
