@@ -23,9 +23,9 @@
  * end is a deadlock here, and what the service itself does between closing a connection and releasing the token, and
  * between the cut and the end of a connection, is taken to be shorter than kIdleWait.
  *
- * Left out: the bytes (a request has come whole or not at all), and with them a transfer that fails for its own time-out;
- * a run directory that cannot be made, after which nothing is started again. One thing fails, once: the start of a
- * thread, the listener, an accept, or the removal of the socket's file. */
+ * Left out: the bytes (a request has come whole or not at all), and a run directory that cannot be made, after which
+ * nothing is started again. One thing fails, once: the start of a thread, the listener, an accept, or the removal of the
+ * socket's file. */
 
 #ifndef ROUNDS
 #define ROUNDS 2
@@ -546,10 +546,10 @@ inline refuse() { atomic { shutBoth(c); closeClient(c) } }
 
 inline onePass() {
   clientWaits();
+  lookAtTime();
   accept();
   if
   :: accepted ->
-    lookAtTime();
 #ifndef NO_SLEEP
     sleep();
 #endif

@@ -13,7 +13,9 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "support/Device.h"
 #include "support/LogRecorder.h"
@@ -463,6 +465,42 @@ TEST_F(ReplacingAFile, ThatCannotBeReplacedInOneStepOverwritesIt) {
   const CallHook hook(Call::kRename, FailAt(1, dst + ".new"));
   EXPECT_EQ(helper.replaceFile(src, dst), 0);
   EXPECT_EQ(ReadFile(dst), "new");
+  EXPECT_FALSE(FileExists(dst + ".new"));
+}
+
+TEST_F(ReplacingAFile, WithoutADescriptorForASecondOneOverwritesItFromTheOneThatIsOpen) {
+  WriteFile(src, "new");
+  WriteFile(dst, "longer than what comes");
+  std::vector<std::string> opened;
+  const CallHook hook(Call::kOpen, [&](const CallArguments& call) -> std::optional<long> {
+    opened.emplace_back(static_cast<const char*>(call.data));
+    if (opened.back() != dst + ".new") return std::nullopt;
+    errno = EMFILE;
+    return -1;
+  });
+  EXPECT_EQ(helper.replaceFile(src, dst), 0);
+  EXPECT_THAT(opened, testing::ElementsAre(src, dst + ".new", dst));
+  EXPECT_EQ(ReadFile(dst), "new");
+}
+
+/// What may go wrong where the destination has to be overwritten, and it is told.
+class AnOverwritingThatFails : public ReplacingAFile, public testing::WithParamInterface<Call> {};
+INSTANTIATE_TEST_SUITE_P(By, AnOverwritingThatFails, testing::Values(Call::kRead, Call::kWrite, Call::kClose),
+                         [](const auto& each) {
+                           if (each.param == Call::kRead) return "ARead";
+                           return each.param == Call::kWrite ? "AWrite" : "TheClose";
+                         });
+
+TEST_P(AnOverwritingThatFails, IsNoSuccess) {
+  WriteFile(src, "new");
+  WriteFile(dst, "old");
+  {
+    // The first copy, beside it, takes two reads, a write and a close.
+    const CallHook renaming(Call::kRename, FailAt(1));
+    const CallHook hook(GetParam(), FailAt(GetParam() == Call::kRead ? 3 : 2));
+    EXPECT_EQ(helper.replaceFile(src, dst), -1);
+  }
+  EXPECT_EQ(LogRecorder::Count("could not copy the whole of src: " + src + " to dst: " + dst), 1);
   EXPECT_FALSE(FileExists(dst + ".new"));
 }
 

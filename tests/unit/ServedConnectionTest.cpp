@@ -1,7 +1,6 @@
 #include "ipc/service/ServedConnection.h"
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -50,22 +49,11 @@ class AServedConnection : public testing::Test {
   bool ServiceWaits() { return ServiceReads() == -1 && errno == EAGAIN; }
   bool ServiceIsShut() { return send(service, "r", 1, MSG_NOSIGNAL) == -1 && errno == EPIPE; }
 
-  /// How long the service's end waits for a transfer, in seconds; 0 is without an end.
-  time_t LongestWait(int option) {
-    timeval longest{-1, -1};
-    socklen_t size = sizeof(longest);
-    EXPECT_EQ(getsockopt(service, SOL_SOCKET, option, &longest, &size), 0);
-    EXPECT_EQ(longest.tv_usec, 0);
-    return longest.tv_sec;
-  }
-
   void StartReply() {
     connection.enter(service);
     connection.requestReceived();
-    connection.replyStarts(kReply);
+    connection.replyStarts();
   }
-
-  static constexpr size_t kReply = 4;
 
   int service = -1;
   int client = -1;
@@ -92,37 +80,6 @@ TEST_F(AServedConnection, KeepsWhatItSentBeforeItsTimeWasUp) {
   connection.cutOverdue(kTheEndOfTime);
   EXPECT_EQ(ServiceReads(), 5);
   EXPECT_EQ(ServiceReads(), 0);
-}
-
-TEST_F(AServedConnection, HoldsMemoryForATextNoLongerThanThirtySecondsOfSilence) {
-  connection.enter(service);
-  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 0);
-  connection.textFollows();
-  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 30);
-  EXPECT_EQ(LongestWait(SO_SNDTIMEO), 0);
-}
-
-/// Whether a part of a reply may have to wait for the client, and so has a limit.
-struct PartOfAReply {
-  size_t size;
-  time_t limit;
-};
-
-void PrintTo(const PartOfAReply& part, std::ostream* out) {
-  *out << part.size << " bytes";
-}
-
-class APartOfAReply : public AServedConnection, public testing::WithParamInterface<PartOfAReply> {};
-INSTANTIATE_TEST_SUITE_P(OfBytes, APartOfAReply,
-                         testing::Values(PartOfAReply{4, 0}, PartOfAReply{1024, 0}, PartOfAReply{1025, 30},
-                                         PartOfAReply{16'777'216, 30}),
-                         [](const auto& each) { return std::to_string(each.param.size); });
-
-TEST_P(APartOfAReply, HoldsMemoryForAClientThatTakesNothingNoLongerThanThirtySeconds) {
-  StartReply();
-  connection.replyStarts(GetParam().size);
-  EXPECT_EQ(LongestWait(SO_SNDTIMEO), GetParam().limit);
-  EXPECT_EQ(LongestWait(SO_RCVTIMEO), 0);
 }
 
 TEST_F(AServedConnection, IsCutOffByAStopWhileItsRequestIsWaitedFor) {
@@ -164,7 +121,7 @@ TEST_F(AServedConnection, HasThirtySecondsForItsReplyHoweverLongItsRequestTook) 
   AwaitTheNextInstant();
   connection.requestReceived();
   const auto before = Clock::now();
-  connection.replyStarts(kReply);
+  connection.replyStarts();
   const auto after = Clock::now();
   connection.cutOverdue(before + seconds(30) - nanoseconds(1));
   EXPECT_TRUE(ServiceCanSend());
@@ -177,7 +134,7 @@ TEST_F(AServedConnection, HasTheTimeOfItsReplyOnceHoweverManyPartsItHas) {
   StartReply();
   const auto after = Clock::now();
   AwaitTheNextInstant();
-  connection.replyStarts(kReply);
+  connection.replyStarts();
   connection.cutOverdue(after + seconds(30));
   EXPECT_TRUE(ServiceIsShut());
 }
@@ -190,7 +147,7 @@ INSTANTIATE_TEST_SUITE_P(Stop, AReplyThatIsNotTaken, testing::Bool(),
 TEST_P(AReplyThatIsNotTaken, IsCutOffHalfASecondAfterBothAStopAndItHaveCome) {
   connection.enter(service);
   connection.requestReceived();
-  const std::function<void()> reply = [this] { connection.replyStarts(kReply); };
+  const std::function<void()> reply = [this] { connection.replyStarts(); };
   const std::function<void()> stop = [this] { connection.stop(); };
   (GetParam() ? reply : stop)();
   AwaitTheNextInstant();

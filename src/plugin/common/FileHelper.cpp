@@ -22,7 +22,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0775;
 constexpr mode_t kPermissionBits = 0777;
-constexpr mode_t kMarkMode = 0666;
+constexpr mode_t kFileMode = 0666;
 constexpr size_t kReadSize = 4096;
 constexpr size_t kCopySize = 65'536;
 // A directory always lists "." and "..", so a third entry is content.
@@ -192,12 +192,20 @@ int Fail(const LogSite& site, const Pieces&... pieces) {
 }
 
 /// The content of `src` takes the place of that of `dst`, which is truncated or made.
-int Overwrite(const std::string& src, const std::string& dst) {
+int OverwriteByName(const std::string& src, const std::string& dst) {
   std::ifstream from(src, std::ios::in);
   std::ofstream to(dst, std::ios::out);
   if (!from.is_open()) return Fail(COPY_SITE, "could not open src: ", src);
   if (!to.is_open()) return Fail(COPY_SITE, "could not open or create dst: ", dst);
   if (StreamWhole(from, src, to, dst)) return 0;
+  return Fail(COPY_SITE, "could not copy the whole of src: ", src, " to dst: ", dst);
+}
+
+/// The same from an open file, which is read from its beginning.
+int Overwrite(int from, const std::string& src, const std::string& dst) {
+  Descriptor to(open(dst.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode));
+  if (to.get() == -1) return Fail(COPY_SITE, "could not open or create dst: ", dst);
+  if (lseek(from, 0, SEEK_SET) == 0 && CopyRest(from, to.get()) && close(to.release()) == 0) return 0;
   return Fail(COPY_SITE, "could not copy the whole of src: ", src, " to dst: ", dst);
 }
 
@@ -220,10 +228,10 @@ int Replace(const std::string& src, const std::string& dst) {
   const Descriptor from(open(src.c_str(), O_RDONLY | O_CLOEXEC));
   // What cannot be read does not cost the destination its content.
   if (from.get() == -1) return Fail(COPY_SITE, "could not open src: ", src);
-  if (place != Place::kFree && place != Place::kFile) return Overwrite(src, dst);
+  if (place != Place::kFree && place != Place::kFile) return Overwrite(from.get(), src, dst);
   const Beside beside = WriteBeside(from.get(), dst);
   if (beside == Beside::kDone) return 0;
-  if (IsToBeOverwritten(beside, src, dst)) return Overwrite(src, dst);
+  if (IsToBeOverwritten(beside, src, dst)) return Overwrite(from.get(), src, dst);
   return Fail(COPY_SITE, "could not replace dst: ", dst, " by src: ", src);
 }
 
@@ -242,7 +250,7 @@ int Copy(const std::string& src, const std::string& dst, int (*place)(const std:
 }  // namespace
 
 int FileHelper::copyFile(const std::string& src, const std::string& dst) {
-  return Copy(src, dst, Overwrite);
+  return Copy(src, dst, OverwriteByName);
 }
 
 int FileHelper::replaceFile(const std::string& src, const std::string& dst) {
@@ -300,7 +308,7 @@ bool FileHelper::sameContent(const std::string& path, const std::string& other) 
 }
 
 bool FileHelper::makeMark(const std::string& path) {
-  const Descriptor mark(open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, kMarkMode));
+  const Descriptor mark(open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, kFileMode));
   // A pipe that nobody reads marks as well as a file, and is not waited for.
   return (mark.get() != -1 || errno == ENXIO) && SyncDirectoryOf(path);
 }

@@ -156,8 +156,6 @@ TRANSFER(kReceive, recv, (file, data, size, flags), int file, void* data, size_t
 TRANSFER(kSend, send, (file, data, size, flags), int file, const void* data, size_t size, int flags)
 CALL(kGetsockopt, int, getsockopt, (file, level, option, value, length), int file, int level, int option, void* value,
      socklen_t* length)
-CALL(kSetsockopt, int, setsockopt, (file, level, option, value, length), int file, int level, int option,
-     const void* value, socklen_t length)
 CALL(kSelect, int, select, (count, in, out, special, time), int count, fd_set* in, fd_set* out, fd_set* special,
      timeval* time)
 CALL(kSelect, int, poll, (files, count, time), pollfd* files, nfds_t count, int time)

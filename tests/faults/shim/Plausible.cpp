@@ -27,7 +27,6 @@ const std::vector<Plausible> kPlausible{
     {Call::kSend, "send", {EINTR, kShort, ENOMEM, EAGAIN}},
     {Call::kFcntl, "fcntl", {EAGAIN, EINTR, EIO, EACCES}},
     {Call::kGetsockopt, "getsockopt", {ENOMEM, EACCES}},
-    {Call::kSetsockopt, "setsockopt", {ENOMEM, EACCES}},
     {Call::kSelect, "select", {EINTR, ENOMEM}},
     {Call::kThread, "pthread_create", {EAGAIN}},
 #ifdef ZAV_FAULTY_MEMORY

@@ -27,7 +27,6 @@ enum class Call : int {
   kSend,
   kFcntl,
   kGetsockopt,
-  kSetsockopt,
   kSelect,
   kThread,
   /// malloc and its kin; operator new comes down to them.

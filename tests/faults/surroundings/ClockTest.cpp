@@ -243,6 +243,17 @@ TEST_P(AClient, IsCutOffAfterItsThirtySecondsAndNotBeforeWhereverTheClockJumps) 
   }
 }
 
+TEST_P(AClient, IsCutOffAlsoWhereItHasTheLastDescriptor) {
+  const LoadedPlugin plugin;
+  ASSERT_TRUE(plugin.provider);
+  const auto client = MakeStuckClient(GetParam());
+  // Nobody is accepted before the first one's descriptor is free.
+  const CallHook full(Call::kAccept4, Fail(EMFILE));
+  const RawClient next;
+  clock.Pass(seconds(31));
+  EXPECT_TRUE(WaitUntil([&] { return IsCutOff(*client); }));
+}
+
 TEST_P(AClient, DoesNotHoldASwitchOffUpWhereverTheClockJumps) {
   for (const std::int64_t jump : kJumps) {
     const testing::ScopedTrace trace(__FILE__, __LINE__, std::to_string(jump));

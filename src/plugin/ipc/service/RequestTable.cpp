@@ -39,19 +39,19 @@ bool Receive(Request& request, P& package) {
 }
 
 bool Reply(Request& request, int value) {
-  request.connection.replyStarts(sizeof(value));
+  request.connection.replyStarts();
   return request.socket.sendValue(&value) == kSocketOk;
 }
 
 bool Reply(Request& request, std::string text) {
-  request.connection.replyStarts(text.size());
+  request.connection.replyStarts();
   return request.socket.sendContainer(&text) == kSocketOk;
 }
 
 void Reply(Request& request, const StatePackage& package) {
   if (request.socket.descriptor() == -1) return;
   const auto bytes = Encode(package);
-  request.connection.replyStarts(bytes.size());
+  request.connection.replyStarts();
   request.socket.sendValue(static_cast<unsigned>(bytes.size()), bytes.data());
 }
 
@@ -79,7 +79,6 @@ void GetLoggingState(Request& request) {
 void LogThreatUrl(Request& request) {
   std::string url;
   std::string threat;
-  request.connection.textFollows();
   if (!Receive(request, url) || !Receive(request, threat)) {
     Reply(request, kNotReceived);
     return;

@@ -1,24 +1,10 @@
 #include "ipc/service/ServedConnection.h"
 
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <algorithm>
 
 namespace zav::ipc {
-namespace {
-
-/// A reply up to here fits into any socket's buffer: there is nothing to wait for.
-constexpr std::size_t kShortReply = 1024;
-
-/// Makes a transfer fail that moves nothing for kClientTime. Where the system does not, the client is still cut off as
-/// soon as somebody else wants to be served.
-void LimitWaits(int descriptor, int option) {
-  const timeval longest{ServedConnection::kClientTime.count(), 0};
-  setsockopt(descriptor, SOL_SOCKET, option, &longest, sizeof(longest));
-}
-
-}  // namespace
 
 void ServedConnection::enter(int descriptor) {
   const std::lock_guard guard(mutex);
@@ -28,19 +14,13 @@ void ServedConnection::enter(int descriptor) {
   if (stopping) cutReceiving();
 }
 
-void ServedConnection::textFollows() {
-  const std::lock_guard guard(mutex);
-  LimitWaits(fd, SO_RCVTIMEO);
-}
-
 void ServedConnection::requestReceived() {
   const std::lock_guard guard(mutex);
   phase = Phase::kWorking;
 }
 
-void ServedConnection::replyStarts(std::size_t size) {
+void ServedConnection::replyStarts() {
   const std::lock_guard guard(mutex);
-  if (size > kShortReply) LimitWaits(fd, SO_SNDTIMEO);
   if (phase == Phase::kReplying) return;
   phase = Phase::kReplying;
   deadline = Clock::now() + (stopping ? Clock::duration(kClientTimeInStop) : Clock::duration(kClientTime));

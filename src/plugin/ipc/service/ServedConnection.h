@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <mutex>
 
 namespace zav::ipc {
@@ -11,11 +10,10 @@ namespace zav::ipc {
 ///
 /// The connection's thread says what it is about to wait for: `enter`, `requestReceived`, `replyStarts`, `leave`. The
 /// accept loop calls `cutOverdue` when somebody else wants to be served; a stop calls `stop`, and then `cutOverdue` now
-/// and then. So a client whose time is up keeps its connection as long as nobody minds, and no timer runs for it; but
-/// memory is not held that long for one that sends no more of a text, or takes no more of one. The time that the
-/// service itself takes, between `requestReceived` and `replyStarts`, has no limit. Any thread may call anything: all
-/// is guarded by one mutex, under which the descriptor is registered, shut and deregistered, so that none is shut after
-/// it was closed and given to somebody else.
+/// and then. So no timer runs, and a client whose time is up keeps its connection as long as nobody minds. The time
+/// that the service itself takes, between `requestReceived` and `replyStarts`, has no limit. Any thread may call
+/// anything: all is guarded by one mutex, under which the descriptor is registered, shut and deregistered, so that none
+/// is shut after it was closed and given to somebody else.
 class ServedConnection {
  public:
   using Clock = std::chrono::steady_clock;
@@ -28,13 +26,10 @@ class ServedConnection {
 
   /// The client of `descriptor` is waited for: its request. The descriptor stays open until `leave`.
   void enter(int descriptor);
-  /// The request goes on with a text: a receive that nothing comes to for `kClientTime` fails from here on.
-  void textFollows();
   /// The request is here whole; from here on the service works.
   void requestReceived();
   /// The client is waited for again: it has to take the reply. Said again for a later part of it, its time goes on.
-  /// @param size  of this part, bytes; a send of a long one that nothing is taken of for `kClientTime` fails.
-  void replyStarts(std::size_t size);
+  void replyStarts();
   /// Nothing is waited for any more; the descriptor may be closed.
   void leave();
 

@@ -113,13 +113,13 @@ bool Service::open() {
 void Service::onePass() {
   const auto begin = steady_clock::now();
   if (!clientWaits()) return;
+  connection.cutOverdue(steady_clock::now());
   common::Descriptor client(socket.accept());
   if (client.get() <= 0) {
     const int error = errno;
     if (client.release() == -1 && !IsPassing(error)) pause();
     return;
   }
-  connection.cutOverdue(steady_clock::now());
   sleep(begin);
   if (!takeToken()) {
     refuse(client.release());
