@@ -1,10 +1,12 @@
 // bench-floor: the least that could do what the plug-in does, to hold the plug-in against. It takes a thread a
 // connection and speaks the same bytes; a read is answered with bytes that were read from a file at the start, and a
 // report is written to a database with the same table, statement and settings, whose file is then copied to a backup.
-// Nothing is looked at, kept or logged, and no client that is slow or lies is provided for.
+// Nothing is looked at, kept or logged, and no client that is slow or lies is provided for. Where the plug-in's system
+// calls are asked for, it makes those as well, and so tells what they alone cost of a read.
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -24,6 +26,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -33,6 +36,8 @@ constexpr std::size_t kMethodOffset = 12;
 constexpr std::size_t kFirstRead = 4096;
 constexpr std::size_t kCopyChunk = 262'144;
 constexpr std::int32_t kReport = 6;
+/// Its answer is a text: its length, and then its bytes.
+constexpr std::int32_t kStatus = 16;
 
 struct Options {
   std::string socket;
@@ -42,6 +47,7 @@ struct Options {
   std::string directory;
   std::size_t rowSize = 0;
   bool oneAtATime = false;
+  bool pluginCalls = false;
 };
 
 void Check(bool holds, const char* what) {
@@ -121,7 +127,7 @@ class Store {
 /// What one connection is answered with.
 class Server {
  public:
-  explicit Server(const Options& options) {
+  explicit Server(const Options& options) : pluginCalls(options.pluginCalls) {
     for (const std::string& each : options.answers) {
       const std::size_t equals = each.find('=');
       if (equals == std::string::npos) throw std::runtime_error("METHOD=FILE is wanted in place of " + each);
@@ -138,13 +144,33 @@ class Server {
     } catch (const std::exception& error) {
       std::cerr << "bench-floor: " << error.what() << '\n';
     }
+    Look(client);
     close(client);
   }
 
+  /// @return a client, or -1.
+  int Accept(int listener) const {
+    if (pluginCalls) {
+      fd_set readable{};
+      FD_SET(listener, &readable);
+      if (select(listener + 1, &readable, nullptr, nullptr, nullptr) != 1) return -1;
+      sockaddr_un peer{};
+      socklen_t size = sizeof(peer);
+      return accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+    }
+    return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  }
+
  private:
+  /// What the plug-in does before each transfer, and before it closes a connection.
+  void Look(int client) const {
+    if (pluginCalls && fcntl(client, F_GETFD) == -1) std::cerr << "bench-floor: a connection is closed already\n";
+  }
+
   void Answer(int client) {
     char request[kFirstRead];
-    const ssize_t size = recv(client, request, sizeof(request), 0);
+    Look(client);
+    const ssize_t size = recv(client, request, pluginCalls ? kHeaderSize : sizeof(request), 0);
     if (size < static_cast<ssize_t>(kHeaderSize)) return;
     std::int32_t method = 0;
     std::memcpy(&method, request + kMethodOffset, sizeof(method));
@@ -154,7 +180,26 @@ class Server {
     }
     // What follows the header has come with it.
     const auto answer = answers.find(method);
-    if (answer != answers.end()) Send(client, answer->second);
+    if (answer == answers.end()) return;
+    if (pluginCalls) {
+      SendAsThePluginDoes(client, method, answer->second);
+    } else {
+      Send(client, answer->second);
+    }
+  }
+
+  void SendAsThePluginDoes(int client, std::int32_t method, std::string_view answer) const {
+    if (method == kStatus) {
+      Look(client);
+      Send(client, answer.substr(0, sizeof(std::uint32_t)));
+      answer.remove_prefix(sizeof(std::uint32_t));
+      Look(client);
+      int room = 0;
+      socklen_t size = sizeof(room);
+      Check(getsockopt(client, SOL_SOCKET, SO_SNDBUF, &room, &size) == 0, "getsockopt");
+    }
+    Look(client);
+    Send(client, answer);
   }
 
   void Report(int client, const char* first, std::size_t size) {
@@ -185,7 +230,7 @@ class Server {
     }
   }
 
-  static void Send(int client, const std::string& bytes) {
+  static void Send(int client, std::string_view bytes) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
       const ssize_t count = send(client, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
@@ -194,6 +239,7 @@ class Server {
     }
   }
 
+  bool pluginCalls;
   std::map<std::int32_t, std::string> answers;
   std::unique_ptr<Store> store;
 };
@@ -213,7 +259,7 @@ int Listen(const std::string& path) {
 /// A thread for each, however many there are.
 [[noreturn]] void ServeAll(Server& server, int listener) {
   while (true) {
-    const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int client = server.Accept(listener);
     if (client != -1) std::thread([&server, client] { server.Serve(client); }).detach();
   }
 }
@@ -225,7 +271,7 @@ int Listen(const std::string& path) {
   bool busy = false;
   std::thread thread;
   while (true) {
-    const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int client = server.Accept(listener);
     if (client == -1) continue;
     {
       std::unique_lock guard(mutex);
@@ -253,6 +299,9 @@ void Describe(CLI::App& app, Options& options) {
   app.add_option("--answer", options.answers, "METHOD=FILE: what a method is answered with");
   app.add_option("--directory", options.directory, "Where reports are kept");
   app.add_option("--row", options.rowSize, "How long the text of the row is that a report writes, bytes");
+  app.add_flag("--plugin-calls", options.pluginCalls,
+               "Makes the system calls that the plug-in makes for a read as well")
+      ->excludes("--directory");
   app.add_flag("--one-at-a-time", options.oneAtATime, "Serves one connection at a time, as the plug-in does");
 }
 

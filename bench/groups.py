@@ -46,11 +46,11 @@ class Run:
             return plugin.fill(url_size)
         return self.once(name, make)
 
-    def read_floor(self, plugin, kind, most=0, start=-1, one=False):
+    def read_floor(self, plugin, kind, most=0, start=-1, one=False, calls=False):
         """A floor that gives the plug-in's own answer, as it is now."""
         answer = plugin.expected(kind, most, start)
-        name = f"f{METHODS[kind]}-{zlib.crc32(answer.read_bytes()):x}" + ("-one" if one else "")
-        return self.once(name, lambda: Floor(self.bench, name, {kind: answer}, one_at_a_time=one))
+        name = f"f{METHODS[kind]}-{zlib.crc32(answer.read_bytes()):x}" + ("-one" if one else "") + ("-calls" * calls)
+        return self.once(name, lambda: Floor(self.bench, name, {kind: answer}, one_at_a_time=one, plugin_calls=calls))
 
     def report_floor(self, plugin, one=False):
         name = f"f{plugin.name}-report" + ("-one" if one else "")
@@ -79,22 +79,30 @@ def reads(run):
             def load(target):
                 return lambda: run.bench.load(target, kind, expect=expect, clients=clients, warm_up=5,
                                               seconds=run.bench.slice_s(0.5))
+            floors = {"floor": run.read_floor(plugin, kind),
+                      "floor, one at a time": run.read_floor(plugin, kind, one=True),
+                      WITH_CALLS: run.read_floor(plugin, kind, one=True, calls=True)}
             results = run.row("read", KINDS[kind], alternate(run.bench.rounds, {
-                "floor": load(run.read_floor(plugin, kind)),
-                "floor, one at a time": load(run.read_floor(plugin, kind, one=True)),
-                "plug-in": load(plugin)}), "floor", "floor, one at a time", clients=clients, records=10)
-            for name, against in (("", "floor"), ("-one", "floor, one at a time")):
+                **{name: load(floor) for name, floor in floors.items()}, "plug-in": load(plugin)}),
+                *floors, clients=clients, records=10)
+            for name, against in zip(("", "-one", "-calls"), floors):
                 for figure, field in (("throughput", "per_second"), ("p99", "p99_us")):
                     run.figure(f"read.{kind}.{clients}.{figure}{name}",
                                ratio(results["plug-in"], results[against], field))
+            run.figure(f"read.{kind}.{clients}.calls", ratio(results[WITH_CALLS], results["floor"], "per_second"))
             if clients == 1 and kind == "state":
-                sequential(run, results["plug-in"])
+                sequential(run, results)
+
+
+# It serves one at a time, too: what the plug-in takes more than this it takes between its calls.
+WITH_CALLS = "floor with the plug-in's calls"
 
 
 def sequential(run, results):
-    run.figure("sequential.refused", sum(each["refused"] for each in results))
-    run.figure("sequential.stalls", sum(each["stalls"] for each in results))
-    run.figure("sequential.p99", spread(each["p99_us"] / each["p50_us"] for each in results))
+    run.figure("sequential.refused", sum(each["refused"] for each in results["plug-in"]))
+    run.figure("sequential.stalls", sum(each["stalls"] for each in results["plug-in"]))
+    for name, of in (("", "plug-in"), ("-floor", "floor"), ("-calls", WITH_CALLS)):
+        run.figure("sequential.p99" + name, spread(each["p99_us"] / each["p50_us"] for each in results[of]))
 
 
 def reports_of(run, plugin, clients, url_size, seconds, one=False):

@@ -101,6 +101,8 @@ def main():
     os.chdir(work)
     bench = Bench(chosen.build, SOURCE, work, chosen.seed, chosen.quick)
     bench.rounds = chosen.rounds or bench.rounds
+    # The disk may have an installation and a build still before it.
+    os.sync()
     try:
         measure(chosen, bench)
     except Failure as failure:

@@ -278,7 +278,7 @@ def compare_with_backup(service, directory):
 class Floor:
     """The least that could do the same."""
 
-    def __init__(self, bench, name, answers_of=None, row=0, one_at_a_time=False):
+    def __init__(self, bench, name, answers_of=None, row=0, one_at_a_time=False, plugin_calls=False):
         self.bench = bench
         self.name = name
         self.row_size = row
@@ -289,6 +289,8 @@ class Floor:
             words += ["--directory", self.directory, "--row", row]
         if one_at_a_time:
             words.append("--one-at-a-time")
+        if plugin_calls:
+            words.append("--plugin-calls")
         self.process = bench.start(bench.build / "bench/bench-floor", "--socket", self.socket, *words)
         wait_until((bench.work / self.socket).exists, name, self.process)
         self.settle()

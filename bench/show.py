@@ -51,7 +51,16 @@ def show_goals(run):
         line(f"  {goal.text:88}{measured:>24}  {goal.side} {number(goal.bound)} {goal.unit:5} {verdict}")
 
 
-SHOWN = {
+READS = {
+    "read.state.1.calls": "method 4: a floor with the plug-in's calls, against the floor: throughput",
+    "read.state.1.throughput-calls": "method 4: the plug-in against the floor with its calls: throughput",
+    "read.state.1.p99-calls": "method 4: the same: p99",
+    "read.status.1.calls": "method 16: a floor with the plug-in's calls, against the floor: throughput",
+    "read.status.1.throughput-calls": "method 16: the plug-in against the floor with its calls: throughput",
+    "read.status.1.p99-calls": "method 16: the same: p99",
+    "sequential.p99-floor": "clients one after the other: p99 against p50 of the floor",
+    "sequential.p99-calls": "clients one after the other: p99 against p50 of the floor with the plug-in's calls"}
+REST = {
     "rest.start-ms.new": "factory's call to the first answer, on a new device, ms",
     "rest.start-ms.10": "the same with a log of 10 records, ms", "rest.start-ms.1000": "and of 1,000, ms",
     "rest.anonymous.new": "private anonymous memory that the plug-in adds to a process, empty log, MB",
@@ -66,11 +75,12 @@ SHOWN = {
 def show(found):
     figures = found.figures
     rows_of(found.rows)
-    if any(name in figures for name in SHOWN):
-        line("\nat rest")
-    for name, text in SHOWN.items():
-        if name in figures:
-            line(f"  {text:88}{str(figures[name]):>24}")
+    for title, lines in (("a read by one client, and its own limit", READS), ("at rest", REST)):
+        if any(name in figures for name in lines):
+            line(f"\n{title}")
+        for name, text in lines.items():
+            if name in figures:
+                line(f"  {text:88}{str(figures[name]):>24}")
     if "instructions" in figures:
         line("\ninstructions of a request, in thousands")
     for each in figures.get("instructions", ()):

@@ -267,6 +267,28 @@ class TheFloor(unittest.TestCase):
                 self.assertEqual(first.recv(8), b"yes")
             (self.directory / "socket").unlink()
 
+    def test_gives_the_same_bytes_with_the_plug_ins_calls(self):
+        answers = {4: b"state", 16: struct.pack("=I", 4) + b"text"}
+        for method, answer in answers.items():
+            (self.directory / f"answer{method}").write_bytes(answer)
+        files = [f"--answer={method}={self.directory}/answer{method}" for method in answers]
+        for words in ((), ("--plugin-calls",), ("--plugin-calls", "--one-at-a-time")):
+            self.floor(*files, *words).close()
+            for method, answer in answers.items():
+                with self.subTest(words=words, method=method), self.connect() as client:
+                    client.sendall(struct.pack("=iiii", 0, 0, 8, method))
+                    found = b""
+                    while piece := client.recv(8):
+                        found += piece
+                    self.assertEqual(found, answer)
+            (self.directory / "socket").unlink()
+
+    def test_has_no_reports_with_the_plug_ins_calls(self):
+        done = subprocess.run([BUILD / "bench/bench-floor", "--socket", self.directory / "socket", "--plugin-calls",
+                               "--directory", self.directory], capture_output=True, timeout=PATIENCE_S)
+        self.assertNotEqual(done.returncode, 0)
+        self.assertFalse((self.directory / "socket").exists())
+
 
 if __name__ == "__main__":
     unittest.main()
