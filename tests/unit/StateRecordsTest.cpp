@@ -695,5 +695,19 @@ TEST_F(TheLog, ThatWasReadFromTheDatabaseIsSearchedBackwardsFromAFarIndexAtACost
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
+TEST(AQuery, AsksForAllRecordsUnlessItIsToldMore) {
+  const LogQuery query;
+  EXPECT_EQ(query.from, 0);
+  EXPECT_EQ(query.to, 0);
+  EXPECT_EQ(query.maxCount, 0);
+  EXPECT_EQ(query.startIndex, -1);
+}
+
+TEST(ASlice, IsOfNoRecordAtFirst) {
+  const LogSlice slice;
+  EXPECT_EQ(slice.lastIndex, -1);
+  EXPECT_EQ(slice.records, "");
+}
+
 }  // namespace
 }  // namespace zav::pyx

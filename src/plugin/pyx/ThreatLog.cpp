@@ -153,9 +153,7 @@ void ThreatLog::Insert(Member& member, std::string_view piece) {
   ForEachMember([&](const Member& other) {
     if (other.size > 0 && other.offset < at && other.key > member.key) at = other.offset;
   });
-  ForEachMember([&](Member& other) {
-    if (other.offset >= at) other.offset += piece.size();
-  });
+  Shift(at, at + piece.size());
   text.insert(at, piece);
   if (at == 0) {
     if (text[piece.size()] == '{') text[piece.size()] = ',';
@@ -165,15 +163,35 @@ void ThreatLog::Insert(Member& member, std::string_view piece) {
   member.size = piece.size();
 }
 
-/// @param member  is to be inserted again, or goes. One that does not stand there yet stays so.
-void ThreatLog::Erase(Member& member) {
-  if (member.size == 0) return;
+/// Puts a member where it stands already, and inserts it where it does not.
+/// @param piece  there is room for it.
+void ThreatLog::Put(Member& member, std::string_view piece) {
+  if (member.size == 0) {
+    Insert(member, piece);
+    return;
+  }
+  Changed();
+  const std::size_t end = member.offset + member.size;
+  const bool isLast = end + kEnd.size() == text.size();
+  text.replace(member.offset, member.size, piece);
+  if (member.offset == 0) text[0] = '{';
+  member.size = piece.size();
+  // The counters are the last member of most logs: then nothing else moves.
+  if (!isLast) Shift(end, member.offset + member.size);
+}
+
+void ThreatLog::Erase(const Member& member) {
   Changed();
   text.erase(member.offset, member.size);
-  ForEachMember([&](Member& other) {
-    if (other.offset > member.offset) other.offset -= member.size;
-  });
   if (text[0] == ',') text[0] = '{';
+  Shift(member.offset + member.size, member.offset);
+}
+
+/// Notes that the members which stood from an offset on begin at another one.
+void ThreatLog::Shift(std::size_t from, std::size_t to) {
+  ForEachMember([&](Member& member) {
+    if (member.offset >= from) member.offset += to - from;
+  });
 }
 
 void ThreatLog::ShrinkText() {
@@ -184,8 +202,7 @@ void ThreatLog::Set(Member& member, Policy& field, Policy&& policy) {
   if (policy.isNull()) return;
   const std::string piece = PieceOf(member.key, policy);
   text.reserve(text.size() + piece.size());
-  Erase(member);
-  Insert(member, piece);
+  Put(member, piece);
   field = std::move(policy);
 }
 
@@ -209,13 +226,11 @@ void ThreatLog::Add(int index, const std::string& url, const std::string& threat
   // From here on nothing needs memory.
   ++counted.second;
   Uncount(*place);
-  Erase(*place);
   place->isObject = place->isPlain = true;
   place->timestamp = timestamp;
   place->threat = &counted;
-  Insert(*place, piece);
-  Erase(countersMember);
-  Insert(countersMember, countersPiece);
+  Put(*place, piece);
+  Put(countersMember, countersPiece);
   counters = std::move(newCounters);
 }
 

@@ -106,7 +106,9 @@ class ThreatLog {
   void ForEachMember(Visit visit);
   void Append(Member& member, std::string_view value);
   void Insert(Member& member, std::string_view piece);
-  void Erase(Member& member);
+  void Put(Member& member, std::string_view piece);
+  void Erase(const Member& member);
+  void Shift(std::size_t from, std::size_t to);
   void ShrinkText();
   void Changed() { summary.clear(); }
   std::string_view ValueOf(const Record& record) const;
