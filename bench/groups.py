@@ -73,16 +73,16 @@ class Run:
 def reads(run):
     """The shortest read and the status, by one client and by several."""
     plugin = run.plugin(10)
+    rounds, seconds = run.bench.finely(0.5)
     for kind in ("state", "status"):
         expect = plugin.expected(kind)
         for clients in CLIENTS:
             def load(target):
-                return lambda: run.bench.load(target, kind, expect=expect, clients=clients, warm_up=5,
-                                              seconds=run.bench.slice_s(0.5))
+                return lambda: run.bench.load(target, kind, expect=expect, clients=clients, warm_up=5, seconds=seconds)
             floors = {"floor": run.read_floor(plugin, kind),
                       "floor, one at a time": run.read_floor(plugin, kind, one=True),
                       WITH_CALLS: run.read_floor(plugin, kind, one=True, calls=True)}
-            results = run.row("read", KINDS[kind], alternate(run.bench.rounds, {
+            results = run.row("read", KINDS[kind], alternate(rounds, {
                 **{name: load(floor) for name, floor in floors.items()}, "plug-in": load(plugin)}),
                 *floors, clients=clients, records=10)
             for name, against in zip(("", "-one", "-calls"), floors):
@@ -105,17 +105,16 @@ def sequential(run, results):
         run.figure("sequential.p99" + name, spread(each["p99_us"] / each["p50_us"] for each in results[of]))
 
 
-def reports_of(run, plugin, clients, url_size, seconds, one=False):
+def reports_of(run, plugin, clients, url_size, rounds, seconds, one=False):
     """Rounds of reports: to the plug-in, which are read back each time, and to the floor with rows of that size."""
     def load(target, *words):
-        return lambda: run.bench.report(target, *words, clients=clients, warm_up=2, url_size=url_size,
-                                        seconds=run.bench.slice_s(seconds))
+        return lambda: run.bench.report(target, *words, clients=clients, warm_up=2, url_size=url_size, seconds=seconds)
     contestants = {"floor": load(run.report_floor(plugin)), "plug-in": load(plugin, "--read-back")}
     bases = ["floor"]
     if one:
         bases.append("floor, one at a time")
         contestants[bases[-1]] = load(run.report_floor(plugin, one=True))
-    results = alternate(run.bench.rounds, contestants)
+    results = alternate(rounds, contestants)
     for target in (plugin, run.report_floor(plugin)):
         target.check_backup()
     return run.row("report", "method 6", results, *bases, clients=clients, records=plugin.records, url=url_size,
@@ -125,17 +124,17 @@ def reports_of(run, plugin, clients, url_size, seconds, one=False):
 def reports(run):
     """Reports into full logs."""
     for records in run.bench.pick(RECORDS):
-        results = reports_of(run, run.plugin(records), 1, 100, 0.8)
+        results = reports_of(run, run.plugin(records), 1, 100, *run.bench.finely(0.8))
         run.figure(f"report.{records}.throughput", ratio(results["plug-in"], results["floor"], "per_second"))
         run.figure(f"report.{records}.cpu", ratio(results["plug-in"], results["floor"], "cpu_us"))
     for clients in CLIENTS[1:]:
-        reports_of(run, run.plugin(10), clients, 100, 0.8, one=True)
+        reports_of(run, run.plugin(10), clients, 100, *run.bench.finely(0.8), one=True)
 
 
 def long_reports(run):
     """Reports of long urls. A thousand of a megabyte would be no row that SQLite takes."""
     for records, url_size in run.bench.pick(((10, 10_000), (100, 10_000), (1000, 10_000), (10, 1_000_000))):
-        reports_of(run, run.plugin(records, url_size), 1, url_size, 1.0)
+        reports_of(run, run.plugin(records, url_size), 1, url_size, run.bench.rounds, run.bench.slice_s(1.0))
 
 
 def ranges(run):
@@ -164,12 +163,13 @@ def range_of(run, plugin, kind, most, start, clients=1):
 
 def last_ten(run):
     """The last ten of a long log against the only ten, side by side."""
+    rounds, seconds = run.bench.finely(0.5)
+
     def load(plugin):
         expect = plugin.expected("log-reverse", 10)
-        return lambda: run.bench.load(plugin, "log-reverse", expect=expect, records=10, warm_up=5,
-                                      seconds=run.bench.slice_s(0.5))
+        return lambda: run.bench.load(plugin, "log-reverse", expect=expect, records=10, warm_up=5, seconds=seconds)
     results = run.row("range", "method 18, last 10: of 1,000 against the only 10", alternate(
-        run.bench.rounds, {"only 10": load(run.plugin(10)), "of 1,000": load(run.plugin(1000))}), "only 10", clients=1)
+        rounds, {"only 10": load(run.plugin(10)), "of 1,000": load(run.plugin(1000))}), "only 10", clients=1)
     run.figure("range.last.growth", ratio(results["only 10"], results["of 1,000"], "per_second"))
 
 
@@ -177,10 +177,11 @@ def log_lines(run):
     """What the lines of the debug level add to a report."""
     plugins = {"warnings alone": run.plugin(10), "all lines": run.plugin(10, level="debug")}
     before = plugins["all lines"].log_bytes()
+    rounds, seconds = run.bench.finely(0.8)
 
     def load(plugin):
-        return lambda: run.bench.report(plugin, "--read-back", warm_up=2, seconds=run.bench.slice_s(0.8))
-    results = run.row("log lines", "method 6", alternate(run.bench.rounds, {name: load(plugin) for name, plugin
+        return lambda: run.bench.report(plugin, "--read-back", warm_up=2, seconds=seconds)
+    results = run.row("log lines", "method 6", alternate(rounds, {name: load(plugin) for name, plugin
                                                                             in plugins.items()}),
                       "warnings alone", clients=1, records=10)
     cost = ratio(results["warnings alone"], results["all lines"], "per_second")

@@ -58,11 +58,12 @@ class TheCost(unittest.TestCase):
         self.assertLess(measure("--only", "peak")["figures"]["rest.peak"]["median"], 3)
 
     def test_in_processor_time_of_a_read_is_not_far_from_the_floor(self):
-        rows = measure("--quick", "--only", "read")["rows"]
-        alone = [row["of"] for row in rows if row["clients"] == 1]
+        """Other loads disturb some rounds, whichever they fall on. What costs more shows in all of them."""
+        rows = measure("--quick", "--rounds", "9", "--only", "read")["rows"]
+        alone = [row["ratios"]["plug-in"] for row in rows if row["clients"] == 1]
         self.assertEqual(len(alone), 2)
-        for of in alone:
-            self.assertLess(of["plug-in"]["cpu_us"]["median"], 5 * of["floor"]["cpu_us"]["median"])
+        for ratios in alone:
+            self.assertLess(ratios["floor with the plug-in's calls"]["cpu_us"]["low"], 3)
 
 
 if __name__ == "__main__":
