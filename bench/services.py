@@ -81,6 +81,8 @@ class Bench:
             raise Failure(f"{target.name}: {kind}: {done.stderr.strip() or done.returncode}")
         spent = processor_seconds(target.process) - before
         result = json.loads(done.stdout)
+        if result["refused"] and isinstance(target, Plugin) and options.get("clients", 1) == 1:
+            raise Failure(f"{target.name}: {kind}: a client that came alone was refused {result['refused']} times")
         result["cpu_us"] = spent * 1e6 / result["answered"]
         result["stalls"] = int(result["max_us"] >= 100_000)
         return result

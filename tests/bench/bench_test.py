@@ -21,6 +21,7 @@ PATIENCE_S = 60
 sys.path.insert(0, str(BENCH))
 from goals import GOALS  # noqa: E402, where it is stands above
 from rounds import alternate, ratio  # noqa: E402
+from services import Bench, Failure, Plugin  # noqa: E402
 
 
 def numbers(value):
@@ -198,6 +199,23 @@ class TheLoad(unittest.TestCase):
         done = self.state(lambda number: b"yes" if number % 3 == 2 else None)
         figures = json.loads(done.stdout)
         self.assertEqual((done.returncode, figures["requests"], figures["refused"]), (0, 5, 10), done.stderr)
+
+    def test_fails_the_bench_where_one_client_alone_is_refused(self):
+        def serve(number, client):
+            client.recv(64)
+            return b"yes" if number % 2 == 1 else None
+        with FakeService(serve) as service:
+            directory = pathlib.Path(service.directory.name)
+            bench = Bench(BUILD, BENCH.parent, directory, 1, True)
+            self.addCleanup(bench.close)
+            plugin = Plugin(bench, "refusing", 10)
+            plugin.socket = service.path
+            # Whatever process: its processor time is asked for.
+            plugin.process = bench.start("sleep", PATIENCE_S)
+            options = {"expect": self.expect(directory, b"yes")[1], "most": 2}
+            self.assertGreater(bench.load(plugin, "state", clients=2, **options)["refused"], 0)
+            with self.assertRaisesRegex(Failure, "alone was refused 2 times"):
+                bench.load(plugin, "state", **options)
 
     def test_fails_for_an_answer_that_is_wrong_or_too_short_or_too_long(self):
         for wrong in (b"yet", b"ye", b"yes!"):
