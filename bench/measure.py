@@ -26,7 +26,8 @@ def arguments():
                         help="a few short rounds: whether the bench works, and no figures")
     parser.add_argument("--only", action="append", choices=list(groups.GROUPS), metavar="GROUP", default=[],
                         help=f"these groups alone: {', '.join(groups.GROUPS)}")
-    parser.add_argument("--rounds", type=int, help="of how many rounds the medians are (7; four times as many, each shorter, where there is "
+    parser.add_argument("--rounds", type=int,
+                        help="of how many rounds the medians are (7; four times as many, each shorter, where there is "
                              "a goal)")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1, 1 << 31),
                         help="what the reported texts are made of (another one each time)")
