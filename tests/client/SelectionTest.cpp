@@ -11,7 +11,6 @@ namespace {
 
 using pyxctl::Pattern;
 using pyxctl::Shortened;
-using testing::HasSubstr;
 
 TEST(APattern, IgnoresCaseUnlessItHasACapital) {
   EXPECT_TRUE(Pattern("evil").IsIn("http://EVIL.example/"));

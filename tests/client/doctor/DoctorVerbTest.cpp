@@ -12,7 +12,6 @@ namespace zav::client::test {
 namespace {
 
 using testing::ContainsRegex;
-using testing::Each;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
