@@ -6,8 +6,10 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/StoredState.h"
@@ -219,6 +221,23 @@ TEST_F(ALog, KeepsALittleRoomForTheNextRecord) {
   Begin(test::StoredLog{.records = {{"1", Record(std::string(kSmall, 'u'), "T", 5)}}}.Value());
   RemoveFirst();
   EXPECT_GT(log.Text().capacity(), kSmall);
+}
+
+TEST_F(ALog, UsesThePlacesOfRecordsThatWentAgain) {
+  const auto add = [this](int index) {
+    Policy counters;
+    counters.SetIntValue("count", index);
+    log.Add(index, "http://u", "T", 5, std::move(counters));
+  };
+  std::set<const void*> places;
+  add(0);
+  for (int index = 1; index <= 2000; ++index) {
+    add(index);
+    log.RemoveFirst();
+    if (index > 1000) places.insert(log.GetRecords().data());
+  }
+  EXPECT_EQ(log.GetRecords().size(), 1U);
+  EXPECT_LT(places.size(), 200U);
 }
 
 TEST_F(ALog, OfNothingHasNoText) {

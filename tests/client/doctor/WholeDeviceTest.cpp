@@ -7,7 +7,6 @@
 #include "integration/Library.h"
 #include "support/Device.h"
 #include "support/Surroundings.h"
-#include "support/WaitUntil.h"
 
 namespace zav::client::test {
 namespace {
@@ -19,7 +18,6 @@ using zav::test::kDatabase;
 using zav::test::kRunDirectory;
 using zav::test::kStorageDirectory;
 using zav::test::ReadFile;
-using zav::test::WaitUntil;
 using zav::test::WriteFile;
 
 /// The doctor as a program, on the device's real paths.
