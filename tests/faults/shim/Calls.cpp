@@ -210,7 +210,8 @@ int Shim_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, voi
     start = std::make_unique<Start>(Start{body, argument, counted});
   }
   const int result = next_pthread_create.get()(thread, attributes, Run, start.get());
-  if (result == 0) start.release();
+  // The thread frees it then.
+  if (result == 0) static_cast<void>(start.release());
   return result;
 }
 
