@@ -272,6 +272,17 @@ TEST_F(ALog, ThatLostAllItHadIsBegunAnew) {
   Check();
 }
 
+TEST_F(ALog, WhoseFirstMemberIsSetAnewBeginsWithThatOne) {
+  Begin(Parsed(R"({"config":{"max_index":1},"state":{"count":0}})"));
+  SetConfig();
+  Check();
+  SetCounters();
+  Check();
+  Begin(Parsed(R"({"state":{"count":0}})"));
+  SetCounters();
+  Check();
+}
+
 TEST_F(ALog, IsLeftAsItIsByNullForItsConfigurationOrCounters) {
   Begin(test::StoredLog().Value());
   log.SetConfig(Policy());
