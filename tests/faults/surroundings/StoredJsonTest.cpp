@@ -1,5 +1,6 @@
 #include <json/value.h>
 
+#include <filesystem>
 #include <memory>
 
 #include "Asking.h"
