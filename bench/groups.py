@@ -181,8 +181,8 @@ def log_lines(run):
 
     def load(plugin):
         return lambda: run.bench.report(plugin, "--read-back", warm_up=2, seconds=seconds)
-    results = run.row("log lines", "method 6", alternate(rounds, {name: load(plugin) for name, plugin
-                                                                            in plugins.items()}),
+    results = run.row("log lines", "method 6",
+                      alternate(rounds, {name: load(plugin) for name, plugin in plugins.items()}),
                       "warnings alone", clients=1, records=10)
     cost = ratio(results["warnings alone"], results["all lines"], "per_second")
     run.figure("log-lines.cost", Spread(*(100 * (each - 1) for each in (cost.median, cost.low, cost.high))))

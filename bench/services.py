@@ -53,8 +53,8 @@ class Bench:
         return 0.08 if self.quick else seconds
 
     def finely(self, seconds):
-        """More rounds in the same time, for what has a goal: what disturbs a machine lasts longer than a short round,
-        and so meets all that are compared. @return the rounds, and the seconds of each."""
+        """More rounds in the same time, for what has a goal: a disturbance of the machine that
+        lasts meets all that are compared. @return the rounds, and the seconds of each."""
         parts = 1 if self.quick else 4
         return parts * self.rounds, self.slice_s(seconds / parts)
 
