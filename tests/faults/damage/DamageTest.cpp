@@ -5,7 +5,11 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "faults/disk/PluginProcess.h"
 #include "faults/disk/SmallLog.h"
@@ -128,6 +132,44 @@ class ADevice : public testing::Test {
     EXPECT_EQ(tally.failures, 0);
   }
 
+  /// The file with each of its pages overwritten, in each way, and what that is.
+  std::vector<std::pair<std::string, std::string>> WithAPageOverwritten(const std::string& whole,
+                                                                        const std::string& old) {
+    std::vector<std::pair<std::string, std::string>> files;
+    for (size_t at = 0; at < whole.size(); at += kPageSize) {
+      const size_t size = std::min(kPageSize, whole.size() - at);
+      const size_t other = (at + kPageSize) % whole.size();
+      const std::pair<const char*, std::string> pages[] = {
+          {"zeros", std::string(size, '\0')},
+          {"ones", std::string(size, '\xff')},
+          {"noise", Noise(random, size)},
+          {"an older version", at < old.size() ? old.substr(at, size) : std::string(size, '\0')},
+          {"another page", whole.substr(other, size)}};
+      for (const auto& [kind, page] : pages) {
+        files.emplace_back(std::string(whole).replace(at, size, page),
+                           "page " + std::to_string(at / kPageSize) + ", " + kind);
+      }
+    }
+    return files;
+  }
+
+  /// Calls what is given with the file with each of its bits flipped, one at a time, and what that is: in the short
+  /// form one bit of every so many bytes.
+  void ForEachFlippedBit(const std::string& whole, size_t shortStride,
+                         const std::function<void(const std::string&, const std::string&)>& use) {
+    const size_t stride = IsLongCampaign() ? static_cast<size_t>(CampaignLength(1)) : shortStride;
+    for (size_t at = 0; at < whole.size(); at += stride) {
+      // Each of a byte in the long form.
+      const unsigned chosen = Below(random, CHAR_BIT);
+      for (unsigned bit = 0; bit < CHAR_BIT; ++bit) {
+        if (!IsLongCampaign() && bit != chosen) continue;
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
+        use(damaged, "byte " + std::to_string(at) + ", bit " + std::to_string(bit));
+      }
+    }
+  }
+
   static constexpr int kReportsBefore = 6;
   static constexpr int kAfterwards = 1000;
 
@@ -159,21 +201,8 @@ INSTANTIATE_TEST_SUITE_P(Of, Damage, testing::Values(Target::kDatabase, Target::
 
 TEST_P(Damage, OfAWholePageEndsWithSoundFiles) {
   UseDevice(true);
-  const std::string& whole = used[kDatabaseName];
-  const std::string& old = older[kDatabaseName];
-  for (size_t at = 0; at < whole.size(); at += kPageSize) {
-    const size_t other = (at + kPageSize) % whole.size();
-    const std::pair<const char*, std::string> pages[] = {
-        {"zeros", std::string(kPageSize, '\0')},
-        {"ones", std::string(kPageSize, '\xff')},
-        {"noise", Noise(random, kPageSize)},
-        {"an older version", at < old.size() ? old.substr(at, kPageSize) : std::string(kPageSize, '\0')},
-        {"another page", whole.substr(other, kPageSize)}};
-    for (const auto& [kind, page] : pages) {
-      std::string damaged = whole;
-      damaged.replace(at, kPageSize, page);
-      TryDamage(GetParam(), damaged, "page " + std::to_string(at / kPageSize) + ", " + kind);
-    }
+  for (const auto& [damaged, what] : WithAPageOverwritten(used[kDatabaseName], older[kDatabaseName])) {
+    TryDamage(GetParam(), damaged, what);
   }
   Report("pages", GetParam());
 }
@@ -192,18 +221,8 @@ TEST_P(Damage, OfItsLengthEndsWithSoundFiles) {
 TEST_P(Damage, OfABitEndsWithAServiceThatWorks) {
   constexpr size_t kShortStride = 251 * kCasesForOne;
   UseDevice(false);
-  const std::string& whole = used[kDatabaseName];
-  const size_t stride = IsLongCampaign() ? static_cast<size_t>(CampaignLength(1)) : kShortStride;
-  for (size_t at = 0; at < whole.size(); at += stride) {
-    // Each of a byte in the long form.
-    const unsigned chosen = Below(random, CHAR_BIT);
-    for (unsigned bit = 0; bit < CHAR_BIT; ++bit) {
-      if (!IsLongCampaign() && bit != chosen) continue;
-      std::string damaged = whole;
-      damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
-      TryDamage(GetParam(), damaged, "byte " + std::to_string(at) + ", bit " + std::to_string(bit));
-    }
-  }
+  ForEachFlippedBit(used[kDatabaseName], kShortStride,
+                    [&](const std::string& damaged, const std::string& what) { TryDamage(GetParam(), damaged, what); });
   Report("bits", GetParam());
 }
 
@@ -269,6 +288,23 @@ TEST_F(AJournalFromAnotherTime, ThatIsWholeLeavesAServiceThatWorks) {
   for (size_t size = kSector; size < hot.size(); size += stride) TryJournal(hot.substr(0, size), {}, "a part");
   TryJournal(hot, {}, "whole");
   Report("whole journals and parts of one", Target::kDatabase);
+}
+
+TEST_F(AJournalFromAnotherTime, WithAPageOverwrittenLeavesAServiceThatWorks) {
+  UseDevice(true);
+  const std::string hot = HalfWritten(older).at(kJournalName);
+  const std::string newer = HalfWritten(used).at(kJournalName);
+  for (const auto& [damaged, what] : WithAPageOverwritten(hot, newer)) TryJournal(damaged, {}, what);
+  Report("journals with a page overwritten", Target::kDatabase);
+}
+
+TEST_F(AJournalFromAnotherTime, WithABitFlippedLeavesAServiceThatWorks) {
+  constexpr size_t kShortStride = 251 * kCasesForOne;
+  UseDevice(false);
+  const std::string hot = HalfWritten(older).at(kJournalName);
+  ForEachFlippedBit(hot, kShortStride,
+                    [&](const std::string& damaged, const std::string& what) { TryJournal(damaged, {}, what); });
+  Report("journals with a bit flipped", Target::kDatabase);
 }
 
 TEST_F(AJournalFromAnotherTime, IsNotTheOneThatBelongsToTheDatabase) {
