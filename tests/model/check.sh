@@ -46,7 +46,7 @@ readonly hangs='invalid end state'
 readonly forsaken='assertion violated \(answered\|\|excused\)'
 readonly shuts_closed='assertion violated (client\[.*\]\.open|\(listener!=)'
 readonly held_twice='assertion violated  !\(\(owner!='
-readonly not_joined='assertion violated .*!\(connectionJoinable\)'
+readonly not_joined='assertion violated .*!\((connection|thread)Joinable\)'
 readonly circles='non-progress cycle'
 
 # The model's steps bear the code's names (a class may stand before one), but for these.
@@ -71,6 +71,7 @@ pan --cycles ROUNDS=1
 expect 'the hand-over, for circles' sound
 
 # PYXManager
+without NO_LOOK_BY_START "$not_joined"
 without NO_RUNNING_CLEARED_AFTER_FAILED_START "$hangs"
 without NO_LOOK_BEFORE_RESTART "$hangs"
 # Service::prepare
@@ -93,7 +94,10 @@ without_twice NO_UNLINK "$hangs"
 without_twice NO_LOOK_AT_FILE_LEFT "$hangs"
 # Service::onePass, takeToken, handOver
 without NO_SLEEP "$forsaken"
+without NO_LOOK_BY_SLEEP "$hangs"
+without NO_LOOK_BY_PAUSE "$hangs"
 without NO_SECOND_LOOK "$hangs"
+without NO_BUSY_BY_HAND_OVER "$forsaken"
 without NO_JOIN_BEFORE_START "$not_joined"
 without NO_RELEASE_AFTER_FAILED_START "$hangs"
 without NO_CLOSE_AFTER_FAILED_START "$hangs"
@@ -108,12 +112,14 @@ without LEAVE_AFTER_CLOSE "$shuts_closed"
 # ServiceToken
 without NO_LOOK_WHETHER_HELD "$held_twice"
 without RELEASE_OUTSIDE_INNER "$hangs"
+without NO_BUSY_CLEARED_BY_RELEASE "$hangs"
 without NO_ANNOUNCE_BY_RELEASE "$hangs"
 without NO_NOTIFY_BY_RELEASE "$hangs"
 without NO_ANNOUNCE_BY_UNLOCK "$hangs"
 # ServedConnection
 without NO_CUT_BY_ENTER "$hangs"
 without NO_CUT_BY_STOP "$hangs"
+without NO_WORKING_ONCE_RECEIVED "$hangs"
 without NO_SHORT_REPLY "$hangs"
 without NO_SHORTER_REPLY "$hangs"
 without NO_CUT_FOR_ANOTHER "$forsaken"
@@ -121,9 +127,9 @@ without NO_LOOK_AT_DEADLINE "$forsaken"
 without CUT_WITHOUT_MUTEX "$shuts_closed"
 without CUT_BOTH_WAYS "$forsaken"
 # Each of these looks is made once more by the next one (the token is busy with the flag, the second look repeats the
-# first): without both of them nothing fails.
-pan NO_FIRST_LOOK NO_BUSY_LOOK ROUNDS=1
-expect 'without the spare looks' sound
+# first), and whoever looks whether the service is busy also looks whether it runs: without them nothing fails.
+pan NO_FIRST_LOOK NO_BUSY_LOOK NO_BUSY_BY_STOP ROUNDS=1
+expect 'without what is spare' sound
 
 for guard in $(sed -nE 's/^#(ifdef|ifndef|elif defined)\W*(\w+).*/\2/p' "$model" | sort -u); do
   [[ $guard == ROUNDS || $tried == *" $guard "* ]] || fail "nobody takes out the guard $guard"

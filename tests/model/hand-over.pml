@@ -151,7 +151,9 @@ inline ReleaseService(who) {
 #ifndef RELEASE_OUTSIDE_INNER
   atomic {
     !innerLocked ->
+#ifndef NO_BUSY_CLEARED_BY_RELEASE
     serviceBusy = false;
+#endif
 #else
   serviceBusy = false;
   atomic {
@@ -217,7 +219,9 @@ inline enter(c) {
 }
 
 inline requestReceived() {
+#ifndef NO_WORKING_ONCE_RECEIVED
   phase = kWorking;
+#endif
   cut = false
 }
 
@@ -301,7 +305,9 @@ inline Service_stop() {
     !innerLocked ->
 #endif
     runFlag = kStopped;
+#ifndef NO_BUSY_BY_STOP
     serviceBusy = true;
+#endif
 #ifndef NO_NOTIFY_BY_STOP
     notify_all()
 #endif
@@ -446,11 +452,19 @@ inline wait_until(condition, timeOut) {
 inline sleep() {
   if
   :: !serviceBusy
+#ifndef NO_LOOK_BY_SLEEP
   :: else -> wait_until(!serviceBusy || !running, connectionIsOpen)
+#else
+  :: else -> wait_until(!serviceBusy, connectionIsOpen)
+#endif
   fi
 }
 
+#ifndef NO_LOOK_BY_PAUSE
 inline pause() { wait_until(!running, !stopAsked) }
+#else
+inline pause() { wait_until(false, !stopAsked) }
+#endif
 
 /* Readable: somebody waits, or it is shut. */
 inline clientWaits() { nempty(backlog) || listener == shut }
@@ -513,7 +527,9 @@ inline takeToken() {
 }
 
 inline handOver() {
+#ifndef NO_BUSY_BY_HAND_OVER
   serviceBusy = true;
+#endif
 #ifndef NO_JOIN_BEFORE_START
   joinConnection();
 #endif
@@ -665,8 +681,12 @@ end:
 
 inline Start() {
   if
+#ifndef NO_LOOK_BY_START
   :: managerRuns
   :: else ->
+#else
+  :: true ->
+#endif
     prepare();
     managerRuns = true;
     if

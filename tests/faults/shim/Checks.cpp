@@ -121,6 +121,8 @@ void CheckNextStart(Session& session) {
 }  // namespace
 
 void CheckAll(Session& session, size_t keptWhenOff) {
+  Expect(session, session.report.thrown == 0 || session.fault.call == faults::Call::kMemory,
+         "something was thrown at the host though there was memory");
   CheckStorage(session);
   if (session.host.IsFinal()) return CheckEndedService(session);
   const auto switching = [keptWhenOff](Session& each) { CheckSwitching(each, keptWhenOff); };

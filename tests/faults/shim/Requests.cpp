@@ -112,14 +112,16 @@ std::string LogRequest() {
 }
 
 std::string WrongInReport(const std::string& answer) {
-  if (answer.size() < kNumberSize) return {};
+  if (answer.empty()) return {};
+  if (answer.size() < kNumberSize) return kCutShort;
   const std::int32_t number = NumberAt(answer, 0);
   if (answer.size() == kNumberSize && number <= 0 && number >= -2) return {};
   return "a report was answered with " + std::to_string(answer.size()) + " bytes, the number " + std::to_string(number);
 }
 
 std::string WrongInState(const std::string& answer) {
-  if (answer.size() < ipc::StatePackage::kSize) return {};
+  if (answer.empty()) return {};
+  if (answer.size() < ipc::StatePackage::kSize) return kCutShort;
   if (answer.size() == ipc::StatePackage::kSize && NumberAt(answer, 4) == ipc::kPyxStateCode &&
       NumberAt(answer, 8) == 1) {
     return {};
@@ -128,15 +130,15 @@ std::string WrongInState(const std::string& answer) {
 }
 
 std::string WrongInLog(const std::string& answer) {
-  constexpr size_t kHead = 3 * kNumberSize;
-  if (answer.size() < kNumberSize) return {};
+  if (answer.empty()) return {};
+  if (answer.size() < kNumberSize) return kCutShort;
   const std::int32_t result = NumberAt(answer, 0);
   if (result == -1 && answer.size() == kNumberSize) return {};
   if (result != 0) return "the log was answered with the number " + std::to_string(result);
-  if (answer.size() < kHead) return {};
+  if (answer.size() < kBeforeText) return kCutShort;
   const auto size = static_cast<size_t>(NumberAt(answer, 2 * kNumberSize));
-  if (answer.size() < kHead + size) return {};
-  if (answer.size() == kHead + size && IsJsonObject(answer.substr(kHead))) return {};
+  if (answer.size() < kBeforeText + size) return kCutShort;
+  if (answer.size() == kBeforeText + size && IsJsonObject(answer.substr(kBeforeText))) return {};
   return "the log was answered with what is no JSON text of its own length";
 }
 
@@ -146,10 +148,9 @@ std::optional<int> NumberOf(const std::string& answer) {
 }
 
 std::string RecordsOf(const std::string& answer) {
-  constexpr size_t kHead = 3 * kNumberSize;
-  if (answer.size() < kHead || !WrongInLog(answer).empty()) return {};
+  if (answer.size() < kBeforeText || !WrongInLog(answer).empty()) return {};
   const auto size = static_cast<size_t>(NumberAt(answer, 2 * kNumberSize));
-  return answer.size() == kHead + size ? answer.substr(kHead) : std::string();
+  return answer.size() == kBeforeText + size ? answer.substr(kBeforeText) : std::string();
 }
 
 std::optional<int> ReportUntilAnswered(const std::string& url, milliseconds deadline) {

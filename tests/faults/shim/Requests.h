@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -32,8 +34,13 @@ std::string ReportOf(const std::string& url);
 std::string StateRequest();
 std::string LogRequest();
 
-// What is wrong with an answer; empty where it is well-formed, or the beginning of one that the end of the connection
-// cut off.
+/// The bytes of an answer before its text: a result, an index, and the text's length.
+inline constexpr size_t kBeforeText = 3 * sizeof(std::int32_t);
+
+/// What is wrong with an answer of which the end of the connection left the beginning alone.
+inline const std::string kCutShort = "an answer was cut short";
+
+// What is wrong with an answer; empty where it is well-formed, or where there is none.
 std::string WrongInReport(const std::string& answer);
 std::string WrongInState(const std::string& answer);
 std::string WrongInLog(const std::string& answer);
