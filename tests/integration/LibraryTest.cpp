@@ -40,6 +40,13 @@ TEST_F(TheLibrary, ExportsItsFactoryAndNothingElse) {
               ElementsAre(testing::EndsWith(" T DPluginFactory\n")));
 }
 
+TEST_F(TheLibrary, AsksNothingOfTheEnvironment) {
+  const auto imported = Output("nm -D --undefined-only '" ZAV_PLUGIN_FILE "'");
+  EXPECT_THAT(imported, testing::Contains(testing::HasSubstr(" U accept4")));
+  EXPECT_THAT(imported,
+              testing::Not(testing::Contains(testing::ContainsRegex(" (getenv|secure_getenv|__environ|environ)"))));
+}
+
 TEST_F(TheLibrary, ShowsNobodyWhatIsInside) {
   const Library library;
   EXPECT_NE(library.Symbol("DPluginFactory"), nullptr);

@@ -107,6 +107,26 @@ TEST_F(ASocket, IsNoSocket) {
   EXPECT_THAT(device.Examined(ExamineSocket), ElementsAre(IsProblem("is a file, and no socket")));
 }
 
+// The service may have ended for want of its directory: to switch the plug-in on then ends the daemon.
+TEST_F(ASocket, ThatIsNotThereIsNoReasonToSwitchThePlugInOn) {
+  const auto judge = [this](const std::string& advice) {
+    for (const auto examine : {ExamineRunDirectory, ExamineSocket}) {
+      for (const auto& finding : device.Examined(*examine)) {
+        EXPECT_THAT(finding.advice, testing::HasSubstr(advice));
+        EXPECT_THAT(finding.advice, testing::Not(testing::HasSubstr("off and on")));
+      }
+    }
+  };
+  WriteFile(device.paths.socket, "");
+  EXPECT_EQ(device.Examined(ExamineSocket).size(), 1U);
+  judge("start the daemon anew");
+  fs::remove_all(device.paths.RunDirectory());
+  EXPECT_EQ(device.Examined(ExamineRunDirectory).size(), 1U);
+  judge("do not switch the plug-in on");
+  WriteFile(device.paths.RunDirectory(), "");
+  judge("the daemon");
+}
+
 TEST_F(ASocket, KeepsUsersFromConnecting) {
   MakeSocket(device.paths.socket, 0755);
   EXPECT_THAT(device.Examined(ExamineSocket),

@@ -13,6 +13,7 @@
 #include "support/LogText.h"
 #include "support/RawClient.h"
 #include "support/Surroundings.h"
+#include "support/ThisProcess.h"
 
 namespace zav::test {
 namespace {
@@ -159,22 +160,29 @@ INSTANTIATE_TEST_SUITE_P(Obstacles, APluginThatStartsWithA,
 // type.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(APlugin, WithoutDescriptorsAnswersOrEndsTheConnectionAndSavesAllWhenThereAreSome) {
+  const size_t before = Descriptors().size();
   const LoadedPlugin plugin;
   ASSERT_EQ(Send(NumberedReport(0)), 0);
   log = After(log, NumberedReport(0));
+  const size_t kept = Descriptors().size() - before;
   // One is for the connection. More and more, until the report is saved.
   std::optional<std::int32_t> answer;
   int number = 0;
+  unsigned enough = 0;
   for (unsigned descriptors = 1; answer != 0 && descriptors < 20; ++descriptors) {
+    enough = descriptors;
     RawClient client;
     const DescriptorLimit limit(descriptors);
     const ThreatReport report = NumberedReport(++number);
     ASSERT_TRUE(client.SendHeader(ipc::Method::kLogThreatUrl) && client.SendString(report.url) &&
                 client.SendString(report.threat));
     answer = client.ReceiveInt();
+    EXPECT_TRUE(!answer || (*answer >= -2 && *answer <= 0)) << *answer;
     if (answer) log = After(log, report);
   }
   EXPECT_EQ(answer, 0);
+  // An integrator leaves room for eight.
+  EXPECT_LE(kept + enough, 8U);
   EXPECT_EQ(Send(NumberedReport(++number)), 0);
   ExpectOnDisk(After(log, NumberedReport(number)));
 }

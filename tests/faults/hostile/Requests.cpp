@@ -147,6 +147,10 @@ std::string ReportBytes(const std::string& url, const std::string& threat) {
   return HeaderBytes(Method::kLogThreatUrl) + String(url) + String(threat);
 }
 
+std::string GetLogBytes() {
+  return HeaderBytes(Method::kGetLog) + Bytes(ipc::LogPackage());
+}
+
 std::vector<Sample> AllRequests() {
   const auto log = Bytes(ipc::LogPackage());
   return {
@@ -154,7 +158,7 @@ std::vector<Sample> AllRequests() {
       {Method::kGetLoggingState, HeaderBytes(Method::kGetLoggingState)},
       {Method::kLogThreatUrl, ReportBytes("url", "threat")},
       {Method::kGetLogStatus, HeaderBytes(Method::kGetLogStatus)},
-      {Method::kGetLog, HeaderBytes(Method::kGetLog) + log},
+      {Method::kGetLog, GetLogBytes()},
       {Method::kGetLogReverse, HeaderBytes(Method::kGetLogReverse) + log},
       {Method::kResetLog, HeaderBytes(Method::kResetLog)},
       {Method::kCountRecords, HeaderBytes(Method::kCountRecords) + Bytes(ipc::FramePackage())},

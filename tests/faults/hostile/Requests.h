@@ -19,6 +19,8 @@ sockaddr_un Address(const std::string& path);
 std::string Length(std::uint32_t length);
 std::string String(const std::string& text);
 std::string HeaderBytes(ipc::Method method);
+/// A whole request for the log.
+std::string GetLogBytes();
 /// A whole report.
 std::string ReportBytes(const std::string& url, const std::string& threat);
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -94,28 +95,52 @@ INSTANTIATE_TEST_SUITE_P(All, ClientsThatStay, testing::ValuesIn(kStays),
 
 // In real time
 
-/// Requests whose clients keep the service waiting, if they are served.
-const std::string kUnfinished[] = {"", HeaderBytes(ipc::Method::kLogThreatUrl) + Length(1000) + "half",
-                                   HeaderBytes(ipc::Method::kCountRecords)};
+/// Half a report, for more of which there is room.
+const std::string kHalfAReport = HeaderBytes(ipc::Method::kLogThreatUrl) + Length(1000) + "half";
 
-class ACrowdThatStays : public APluginThatStaysAsItIs {};
+/// What clients send that keep the service waiting, if they are served: nothing, a part of a request, and a request
+/// whose reply nobody takes.
+const std::string kUnfinished[] = {"", kHalfAReport, HeaderBytes(ipc::Method::kCountRecords), GetLogBytes()};
 
-TEST_F(ACrowdThatStays, BehindASlowClientIsFollowedByAnHonestOneWithinThatClientsTime) {
-  const auto slow = MakeServedStuckClient(Stuck::kInTheMiddleOfAString);
-  std::vector<std::unique_ptr<PassingClient>> crowd;
-  const auto size = static_cast<size_t>(CampaignLength(40, 10));
-  auto meanwhile = std::async(std::launch::async, [&] {
+class ACrowdThatStays : public APluginThatStaysAsItIs {
+ protected:
+  ACrowdThatStays() : APluginThatStaysAsItIs(StoreHugeLog) {}
+
+  void Gather(size_t size) {
     while (crowd.size() < size) {
       auto client = std::make_unique<PassingClient>();
       if (!client->IsConnected()) continue;
       client->Send(kUnfinished[crowd.size() % std::size(kUnfinished)]);
+      const std::lock_guard guard(mutex);
       crowd.push_back(std::move(client));
     }
+  }
+
+  /// A byte more of each of the clients that are in the middle of a string.
+  void MoveBytes() {
+    const std::lock_guard guard(mutex);
+    for (size_t i = 1; i < crowd.size(); i += std::size(kUnfinished)) crowd[i]->Send("b");
+  }
+
+  std::mutex mutex;
+  // Guarded by it where both may look at it.
+  std::vector<std::unique_ptr<PassingClient>> crowd;
+};
+
+TEST_F(ACrowdThatStays, BehindASlowClientIsFollowedByAnHonestOneWithinTheTimeOfOne) {
+  const auto slow = MakeServedStuckClient(Stuck::kInTheMiddleOfAString);
+  const auto size = static_cast<size_t>(CampaignLength(40, 10));
+  auto meanwhile = std::async(std::launch::async, [&] {
+    Gather(size);
     return AnHonestClientIsServed();
   });
   int sent = 0;
-  while (meanwhile.wait_for(milliseconds(200)) != std::future_status::ready) sent += slow->Send("b", 1) ? 1 : 0;
+  while (meanwhile.wait_for(milliseconds(200)) != std::future_status::ready) {
+    sent += slow->Send("b", 1) ? 1 : 0;
+    MoveBytes();
+  }
   EXPECT_TRUE(Tried(meanwhile.get()));
+  crowd.clear();
   EXPECT_GT(sent, 100);
   Note(std::to_string(size) + " at once, " + std::to_string(sent) + " bytes of the slow one");
 }
