@@ -1,5 +1,6 @@
 #include <json/value.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 
@@ -144,6 +145,8 @@ void RunWithAll(const std::string& row, const std::vector<OddText>& texts) {
     const TestClock clock(kNow);
     for (size_t index = 0; index < texts.size(); index += kOddCasesForOne) RunWith(row, texts[index]);
   });
+  std::printf("figures: odd texts, %s: %zu tried\n", row.c_str(),
+              (texts.size() + kOddCasesForOne - 1) / kOddCasesForOne);
 }
 
 struct Member {
