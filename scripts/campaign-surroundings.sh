@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # campaign-surroundings.sh [TIMES]: the long form of the tests of what stands around the plug-in: odd directories and
-# files, odd stored text, the clock, and a disk, sizes and descriptors that come to an end. All cases are tried each time;
-# TIMES (10 unless given) is how often.
+# files, odd stored text, the clock, and a disk, sizes and descriptors that come to an end. All cases are tried each
+# time; TIMES (10 unless given) is how often.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/say.sh

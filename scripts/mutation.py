@@ -4,8 +4,8 @@
 Comparisons, logical operators, constants and early returns of src/plugin/pyx, policy and ipc are changed. COUNT mutants
 are drawn, 60 unless given. Everything happens in a copy below build/mutation; what is tested is the project as it
 stands, committed or not. Each result is kept there: what was tried before is not tried again, but for survivors that
-tests/mutation-survivors.txt does not explain, after a change of the tests. Ends with 0 when at least 90 % of the mutants were caught; of those that were not, the ones are
-named that tests/mutation-survivors.txt does not explain.
+tests/mutation-survivors.txt does not explain, after a change of the tests. Ends with 0 when at least 90 % of the
+mutants were caught; of those that were not, the ones are named that tests/mutation-survivors.txt does not explain.
 """
 import argparse
 import concurrent.futures
