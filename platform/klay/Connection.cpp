@@ -3,9 +3,11 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <optional>
 
 #include "klay/Exception.h"
 #include "klay/database/Statement.h"
@@ -21,14 +23,25 @@ constexpr const char* kJournalSuffix = "-journal";
 
 using Prepared = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
 
-/// Whether the file ends within a page. The engine reads the rest of that as zeros, and finds nothing wrong with it.
-bool IsCutShort(const std::string& path, sqlite3* database) {
+/// A number that the engine has of the database; nothing where it does not tell.
+std::optional<std::int64_t> NumberOf(sqlite3* database, const char* pragma) {
   sqlite3_stmt* raw = nullptr;
-  const int result = sqlite3_prepare_v2(database, "PRAGMA page_size", -1, &raw, nullptr);
+  const int result = sqlite3_prepare_v2(database, pragma, -1, &raw, nullptr);
   const Prepared statement(raw, sqlite3_finalize);
+  if (result != SQLITE_OK || sqlite3_step(raw) != SQLITE_ROW) return std::nullopt;
+  return sqlite3_column_int64(raw, 0);
+}
+
+/// What is wrong with the file's length, in which the engine finds nothing wrong; empty where nothing is. It reads the
+/// rest of a page that the file ends in as zeros. And it takes no notice of what follows the last page, which a damaged
+/// journal may have put so far away that the file is larger than the disk: who copies it does not come to its end.
+std::string DamageOfLength(const std::string& path, sqlite3* database) {
+  const auto size = NumberOf(database, "PRAGMA page_size");
+  const auto count = NumberOf(database, "PRAGMA page_count");
   struct stat info {};
-  if (result != SQLITE_OK || sqlite3_step(raw) != SQLITE_ROW || stat(path.c_str(), &info) != 0) return false;
-  return info.st_size % sqlite3_column_int64(raw, 0) != 0;
+  if (!size || !count || stat(path.c_str(), &info) != 0) return "";
+  if (info.st_size % *size != 0) return "the file ends within a page";
+  return info.st_size / *size > *count ? "the file goes on behind its last page" : "";
 }
 
 /// Whether the file's header names a format that the engine reads but never writes, as the flip of a bit makes it do.
@@ -51,7 +64,7 @@ std::string Damage(const std::string& path, sqlite3* database) {
     std::string finding = Column(raw, 0).getText();
     if (finding != "ok") return finding;
     if (CanNeverBeWritten(path)) return "the file is of a format that cannot be written";
-    return IsCutShort(path, database) ? "the file ends within a page" : "";
+    return DamageOfLength(path, database);
   }
   const int primary = result & 0xff;
   // The general error is that of a schema in no known format, and what is too big is a text of the schema whose length

@@ -58,6 +58,24 @@ class AConnection : public testing::Test {
     WriteFile(file, content);
   }
 
+  /// A database in the middle of a transaction, and the journal that takes it back to a table with the text "old".
+  void MakeCutOff() const {
+    const std::string original = scratch + "/original.db";
+    Sql("CREATE TABLE t (v TEXT)", original);
+    Sql("INSERT INTO t VALUES ('old')", original);
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(original.c_str(), &other), SQLITE_OK);
+    // Without syncs the journal is complete at every moment; with a cache of one page the change reaches the file.
+    EXPECT_EQ(sqlite3_exec(other,
+                           "PRAGMA synchronous = OFF; PRAGMA cache_size = 1; BEGIN; UPDATE t SET v = 'new';"
+                           "INSERT INTO t SELECT hex(zeroblob(30000));",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    fs::copy_file(original, file);
+    fs::copy_file(original + "-journal", journal);
+    sqlite3_close(other);
+  }
+
   ScratchDirectory scratch;
   const std::string file = scratch + "/file.db";
   const std::string journal = file + "-journal";
@@ -219,6 +237,25 @@ TEST_F(ADamagedFile, ThatEndsWithinAPageDoesNotPassTheCheckAndIsSetAside) {
   EXPECT_EQ(Failure(), "");
 }
 
+TEST_F(ADamagedFile, ThatGoesOnBehindItsLastPageDoesNotPassTheCheckAndIsSetAside) {
+  Sql("CREATE TABLE t (v TEXT)", file);
+  const auto whole = fs::file_size(file);
+  fs::resize_file(file, whole + 4096);
+  EXPECT_EQ(Failure(), "the file goes on behind its last page");
+  EXPECT_EQ(fs::file_size(damaged), whole + 4096);
+}
+
+// The journal tells how long the file was before: the flip of a bit there makes it as long as the disk has no room for.
+TEST_F(ADamagedFile, IsOneThatADamagedJournalMadeFarTooLong) {
+  MakeCutOff();
+  std::string log = ReadFile(journal);
+  constexpr size_t kPagesBefore = 16;
+  log[kPagesBefore] = static_cast<char>(log[kPagesBefore] ^ 1);
+  WriteFile(journal, log);
+  EXPECT_EQ(Failure(), "the file goes on behind its last page");
+  EXPECT_GT(fs::file_size(damaged), 1ULL << 32);
+}
+
 TEST_F(ADamagedFile, WhoseHeaderForbidsEveryWriteDoesNotPassTheCheckAndIsSetAside) {
   Sql("CREATE TABLE t (v TEXT)", file);
   std::string content = ReadFile(file);
@@ -344,21 +381,8 @@ TEST_F(AConnection, ToAFileThatAnotherHoldsLockedThrowsAndLeavesItWhereItIs) {
 }
 
 TEST_F(AConnection, FinishesTheRollbackOfATransactionThatWasCutOff) {
-  Sql("CREATE TABLE t (v TEXT)", file);
-  Sql("INSERT INTO t VALUES ('old')", file);
-  sqlite3* other = nullptr;
-  ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
-  // Without syncs the journal is complete at every moment; with a cache of one page the change reaches the file.
-  ASSERT_EQ(sqlite3_exec(other,
-                         "PRAGMA synchronous = OFF; PRAGMA cache_size = 1; BEGIN; UPDATE t SET v = 'new';"
-                         "INSERT INTO t SELECT hex(zeroblob(30000));",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  const std::string copy = scratch + "/copy.db";
-  fs::copy_file(file, copy);
-  fs::copy_file(journal, copy + "-journal");
-  sqlite3_close(other);
-  const Connection connection(copy, kReadWriteCreate, kCheck);
+  MakeCutOff();
+  const Connection connection(file, kReadWriteCreate, kCheck);
   Statement select(connection, "SELECT group_concat(v) FROM t");
   ASSERT_TRUE(select.step());
   EXPECT_EQ(select.getColumn(0).getText(), "old");

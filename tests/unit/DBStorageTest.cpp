@@ -1020,6 +1020,53 @@ TEST_F(ADamagedDatabaseFile, IsSetAsideAndTheNextOpeningStartsClean) {
   EXPECT_EQ(ReadFile(kDamaged), damaged);
 }
 
+/// The header of a journal, by which the database had no page before.
+std::string JournalOfAnEmptyDatabase() {
+  std::string header("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
+  // No record, no sum, no page; sectors of 512 bytes and pages of 4096.
+  header += std::string(12, '\0') + std::string("\0\0\x02\0\0\0\x10\0", 8);
+  header.resize(512, '\0');
+  return header;
+}
+
+TEST_F(ADamagedDatabaseFile, OfWhichItsJournalLeavesNothingComesBackFromTheBackup) {
+  OpenWithRow("a", "1");
+  WriteFile(kJournal, JournalOfAnEmptyDatabase());
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_THAT(LogRecorder::Lines(),
+              ElementsAre(DirectoryThere(),
+                          StorageLine(kError, "InitHandler",
+                                      "Failed to initialize handler: the journal left nothing of the database")));
+  EXPECT_EQ(next.CheckTables(), -50);
+  EXPECT_TRUE(FileExists(kRestoring));
+  EXPECT_FALSE(FileExists(kOpening));
+  next.Reset();
+  std::string value;
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), -51);
+  EXPECT_EQ(next.RestoreBackup(), 0);
+  EXPECT_EQ(next.ReadPolicy(PYXPlugin, "a", value), 0);
+  EXPECT_EQ(value, "1");
+  EXPECT_FALSE(FileExists(kRestoring));
+}
+
+TEST_F(ADamagedDatabaseFile, OfWhichItsJournalLeavesNothingIsThatOfANewDeviceWithoutABackup) {
+  OpenWithRow("a", "1");
+  fs::remove(kBackup);
+  WriteFile(kJournal, JournalOfAnEmptyDatabase());
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.CheckTables(), -51);
+}
+
+TEST_F(ADamagedDatabaseFile, ThatWasEmptyBeforeIsThatOfANewDevice) {
+  OpenWithRow("a", "1");
+  WriteFile(kDatabase, "");
+  DBStorage next;
+  next.InitHandler();
+  EXPECT_EQ(next.CheckTables(), -51);
+}
+
 TEST_F(ADamagedDatabaseFile, FailsTheReadWhileItIsOpenAndComesBackFromTheBackup) {
   OpenWithRow("a", "1");
   WriteFile(kDatabase, std::string(8192, 'x'));

@@ -638,6 +638,19 @@ TEST_F(AFileHelper, ReadsAndSyncsNoPipeAndNoDevice) {
   }
 }
 
+TEST_F(AFileHelper, TellsAnEmptyFileFromAllElse) {
+  WriteFile(src, "");
+  EXPECT_TRUE(helper.fileEmpty(src));
+  fs::create_symlink(src, dst);
+  EXPECT_TRUE(helper.fileEmpty(dst));
+  WriteFile(src, "x");
+  EXPECT_FALSE(helper.fileEmpty(src));
+  EXPECT_FALSE(helper.fileEmpty(dst));
+  EXPECT_FALSE(helper.fileEmpty(scratch + "/missing"));
+  EXPECT_FALSE(helper.fileEmpty("/dev/null"));
+  EXPECT_THAT(Lines(), IsEmpty());
+}
+
 TEST_F(AFileHelper, TakesNeitherFilesNorDirectoriesForPipes) {
   WriteFile(src, "");
   fs::create_directory(dst);

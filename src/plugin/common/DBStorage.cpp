@@ -102,6 +102,7 @@ void DBStorage::InitHandler() {
     return;
   }
   const bool mayBeSetAside = files.fileExist(kDatabase) && files.fileExist(kBackup);
+  const bool heldSomething = mayBeSetAside && !files.fileEmpty(kDatabase);
   if (mayBeSetAside) files.makeMark(kOpening);
   try {
     files.discardPipeOrDevice(kJournal);
@@ -110,6 +111,12 @@ void DBStorage::InitHandler() {
     LOG_ERROR("Failed to initialize handler: ", exception.what());
   } catch (...) {
     LOG_ERROR("Failed to initialize handler with unknown reason");
+  }
+  // By a damaged journal it had no page before: what that leaves looks like a new device, and is none.
+  if (handler && heldSomething && files.fileEmpty(kDatabase)) {
+    LOG_ERROR("Failed to initialize handler: the journal left nothing of the database");
+    handler.reset();
+    files.discardFile(kDatabase);
   }
   // It was damaged and is set aside: should the process end before the backup is back, the next one sees to that.
   if (!handler && !files.fileExist(kDatabase) && files.fileExist(kBackup)) {

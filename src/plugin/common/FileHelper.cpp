@@ -283,6 +283,11 @@ bool FileHelper::fileExist(const std::string& path) {
   return Exists(path);
 }
 
+bool FileHelper::fileEmpty(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size == 0;
+}
+
 bool FileHelper::fileReadable(const std::string& path) {
   if (IsPipeOrDevice(path)) return false;
   std::ifstream file(path, std::ios::in);

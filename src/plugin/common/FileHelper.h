@@ -63,6 +63,8 @@ class FileHelper : public IFileHelper {
   bool isPipeOrDevice(const std::string& path);
   /// Whether there is anything of that name. A symbolic link is not followed.
   bool fileExist(const std::string& path);
+  /// Whether it is a file, or a link to one, without a byte.
+  bool fileEmpty(const std::string& path);
   /// Whether a file can be read to its end; a pipe, a device or a socket cannot.
   bool fileReadable(const std::string& path);
   /// Whether two files can be read and hold the same bytes.

@@ -298,6 +298,20 @@ TEST_F(AJournalFromAnotherTime, WithAPageOverwrittenLeavesAServiceThatWorks) {
   Report("journals with a page overwritten", Target::kDatabase);
 }
 
+// It tells how long the database was: a little more, or more than any disk has room for.
+TEST_F(AJournalFromAnotherTime, WithADamagedLengthOfTheDatabaseLeavesFilesOfTheirSize) {
+  constexpr size_t kPagesOfTheDatabase = 16;
+  UseDevice(true);
+  const std::string hot = HalfWritten(older).at(kJournalName);
+  for (unsigned bit = 0; bit < 32; ++bit) {
+    std::string damaged = hot;
+    char& byte = damaged[kPagesOfTheDatabase + bit / CHAR_BIT];
+    byte = static_cast<char>(byte ^ (1 << bit % CHAR_BIT));
+    TryJournal(damaged, {true, false, true}, "bit " + std::to_string(bit));
+  }
+  Report("journals with a damaged length", Target::kDatabase);
+}
+
 TEST_F(AJournalFromAnotherTime, WithABitFlippedLeavesAServiceThatWorks) {
   constexpr size_t kShortStride = 251 * kCasesForOne;
   UseDevice(false);
