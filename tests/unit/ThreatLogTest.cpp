@@ -34,6 +34,24 @@ std::string NotesOf(const ThreatLog& log) {
   return notes.str();
 }
 
+TEST(AFreshRecord, IsNoneAndStandsNowhere) {
+  const ThreatLog::Member member;
+  EXPECT_EQ(member.offset, 0U);
+  EXPECT_EQ(member.size, 0U);
+  const ThreatLog::Record record;
+  EXPECT_EQ(record.index, -1);
+  EXPECT_FALSE(record.isObject);
+  EXPECT_FALSE(record.isPlain);
+  EXPECT_EQ(record.timestamp, 0);
+  EXPECT_EQ(record.threat, nullptr);
+}
+
+TEST(AFreshLog, HoldsNoRecordAndNoThreat) {
+  const ThreatLog log;
+  EXPECT_TRUE(log.GetRecords().empty());
+  EXPECT_TRUE(log.GetThreats().empty());
+}
+
 /// A log, and beside it the policy that it stands for, on which everything is done in the plain way.
 class ALog : public testing::Test {
  protected:
