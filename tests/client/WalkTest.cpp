@@ -59,9 +59,10 @@ TEST(AWalk, GivesAsManyRecordsAsWereAskedFor) {
 
 TEST(AWalk, ReadsALogThatIsLargerThanAnAnswerInPieces) {
   GrowingLog log;
-  for (int number = 0; number < 10; ++number) log.Add(std::string(6'000'000, 'u'), number);
-  EXPECT_EQ(ReadLog(log.path()).size(), 10U);
-  EXPECT_EQ(ReadLog(log.path(), {.reverse = true}).size(), 10U);
+  // Two of them fit into one answer.
+  for (int number = 0; number < 5; ++number) log.Add(std::string(6'000'000, 'u'), number);
+  EXPECT_EQ(ReadLog(log.path()).size(), 5U);
+  EXPECT_EQ(ReadLog(log.path(), {.reverse = true}).size(), 5U);
 }
 
 TEST(AWalk, ReadsLargeRecordsOfWhichOnlyOneFitsIntoAnAnswer) {
