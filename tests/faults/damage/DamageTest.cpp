@@ -208,7 +208,7 @@ TEST_P(Damage, OfAWholePageEndsWithSoundFiles) {
 }
 
 TEST_P(Damage, OfItsLengthEndsWithSoundFiles) {
-  constexpr size_t kShortStride = 397 * kCasesForOne;
+  constexpr size_t kShortStride = size_t{397} * kCasesForOne;
   UseDevice(true);
   const std::string& whole = used[kDatabaseName];
   const size_t stride = IsLongCampaign() ? static_cast<size_t>(CampaignLength(1)) : kShortStride;
@@ -219,7 +219,7 @@ TEST_P(Damage, OfItsLengthEndsWithSoundFiles) {
 }
 
 TEST_P(Damage, OfABitEndsWithAServiceThatWorks) {
-  constexpr size_t kShortStride = 251 * kCasesForOne;
+  constexpr size_t kShortStride = size_t{251} * kCasesForOne;
   UseDevice(false);
   ForEachFlippedBit(used[kDatabaseName], kShortStride,
                     [&](const std::string& damaged, const std::string& what) { TryDamage(GetParam(), damaged, what); });
@@ -265,7 +265,7 @@ class AJournalFromAnotherTime : public ADevice {
 };
 
 TEST_F(AJournalFromAnotherTime, ThatIsNotWholeDoesNothing) {
-  constexpr size_t kShortStride = 17 * kCasesForOne;
+  constexpr size_t kShortStride = size_t{17} * kCasesForOne;
   UseDevice(true);
   const std::string hot = HalfWritten(older).at(kJournalName);
   ASSERT_NE(hot, older[kJournalName]);
@@ -281,7 +281,7 @@ TEST_F(AJournalFromAnotherTime, ThatIsNotWholeDoesNothing) {
 }
 
 TEST_F(AJournalFromAnotherTime, ThatIsWholeLeavesAServiceThatWorks) {
-  constexpr size_t kShortStride = 397 * kCasesForOne;
+  constexpr size_t kShortStride = size_t{397} * kCasesForOne;
   UseDevice(true);
   const std::string hot = HalfWritten(older).at(kJournalName);
   const size_t stride = IsLongCampaign() ? static_cast<size_t>(CampaignLength(1)) : kShortStride;
@@ -313,7 +313,7 @@ TEST_F(AJournalFromAnotherTime, WithADamagedLengthOfTheDatabaseLeavesFilesOfThei
 }
 
 TEST_F(AJournalFromAnotherTime, WithABitFlippedLeavesAServiceThatWorks) {
-  constexpr size_t kShortStride = 251 * kCasesForOne;
+  constexpr size_t kShortStride = size_t{251} * kCasesForOne;
   UseDevice(false);
   const std::string hot = HalfWritten(older).at(kJournalName);
   ForEachFlippedBit(hot, kShortStride,
